@@ -1,0 +1,1 @@
+#include "base/File2.h"

@@ -1,0 +1,1 @@
+#include "base/StringScramble.h"

@@ -1,0 +1,1 @@
+#include "talker/CVRXTalker.h"

@@ -1,0 +1,1 @@
+# Tests of the channel and the talker against scripted servers.

@@ -1,0 +1,1 @@
+# Tests of the vrx program, started from outside.

@@ -1,0 +1,3 @@
+#include "base/BaseHelpers.h"
+
+#include <gtest/gtest.h>
