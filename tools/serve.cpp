@@ -1,0 +1,3 @@
+#include "tools/Commands.h"
+
+void AddServe(CLI::App&, int&) {}
