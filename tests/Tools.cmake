@@ -1,1 +1,15 @@
-# Tests of the vrx program, started from outside.
+# Tests of the vrx program: its parts as units, and the built program started from outside.
+if(NOT TARGET vrx)
+  return()
+endif()
+
+add_executable(tool_tests
+  support/Subprocess.cpp
+  support/Subprocess_test.cpp
+)
+target_compile_definitions(tool_tests PRIVATE
+  VRX_PROGRAM="$<TARGET_FILE:vrx>")
+target_include_directories(tool_tests PRIVATE ${PROJECT_SOURCE_DIR})
+target_link_libraries(tool_tests PRIVATE vrx_build_options Threads::Threads GTest::gtest_main)
+add_dependencies(tool_tests vrx)
+gtest_discover_tests(tool_tests DISCOVERY_TIMEOUT 60)
