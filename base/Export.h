@@ -2,3 +2,6 @@
 
 /// Marks what the shared library exports; everything without it stays hidden.
 #define VRX_EXPORT __attribute__((visibility("default")))
+
+/// Takes a private member of an exported class out of the exports again.
+#define VRX_HIDDEN __attribute__((visibility("hidden")))
