@@ -1,0 +1,125 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace vrx {
+
+/// The wire as a server sees it: what a client sends cut into text lines and packets, packets checked,
+/// replies built. Nothing here touches a socket.
+///
+/// A request packet, in little-endian 32-bit words:
+///
+///     offset 0    tag, 0x07FF0003
+///            4    length of the whole packet in bytes
+///            8    argument words: the reply-size word and the data words
+///           12    command, 0x3A
+///           16    reply words: status, two cycle words and the data words asked for
+///           20    data words
+///           ...   "LAYOUT,INPUT.samples[0],OUTPUT.samples[0]" or "-1,INPUT.info1,OUTPUT.info1",
+///                 ended and padded to a whole word by one to four zero bytes
+///
+/// A reply packet: tag, length in bytes, reply words, command, then the reply words themselves.
+
+inline constexpr uint32_t kPacketTag = 0x07FF0003;
+inline constexpr uint32_t kObjectCommand = 0x3A;
+inline constexpr size_t kLargestLine = 65536;
+inline constexpr size_t kReplyHeaderWords = 4;
+/// Status, average cycles and pump cycles: every reply carries them in front of its data words.
+inline constexpr size_t kReplyFigures = 3;
+inline constexpr size_t kReplyDataAt = kReplyHeaderWords + kReplyFigures;
+
+struct Frame {
+    enum Kind {
+        kIncomplete, ///< more bytes are needed
+        kLine,       ///< `bytes` is a text line without its line feed
+        kPacket,     ///< `bytes` is a whole packet by its length word, nothing else of it checked
+        kBroken,     ///< `error` says why; where the next frame begins is unknown
+    };
+    Kind kind = kIncomplete;
+    std::string_view bytes;
+    std::string error;
+};
+
+/// Collects what one client sends and hands it out frame by frame. Holds at most the larger of
+/// `largestPacket` and a text line of kLargestLine bytes with its line feed.
+class FrameBuffer {
+public:
+    explicit FrameBuffer(size_t largestPacket);
+
+    /// Where the next bytes are to be received; never empty after an incomplete Next(). Ends the life of
+    /// every frame handed out before.
+    std::span<char> Space();
+
+    /// Says how many bytes were put into Space().
+    void Received(size_t count) { m_end += count; }
+
+    /// Takes the next frame. Its bytes stay valid until Space(). After a broken frame nothing more comes.
+    Frame Next();
+
+private:
+    Frame NextLine(std::string_view waiting);
+    Frame NextPacket(std::string_view waiting);
+    Frame Take(Frame::Kind kind, size_t count, size_t total);
+
+    size_t m_largestPacket;
+    std::vector<char> m_bytes;
+    size_t m_begin = 0;    // the first byte not handed out yet
+    size_t m_end = 0;      // behind the last byte received
+    size_t m_searched = 0; // bytes of the waiting line known to hold no line feed
+};
+
+/// What this server accepts. An empty name accepts every name.
+struct ObjectRules {
+    std::string layout;
+    std::string input;
+    std::string output;
+    size_t largestBlock = 0; ///< data words in either direction
+};
+
+struct Request {
+    bool info = false;          ///< asks for the pins' info words instead of sending samples
+    std::string_view dataBytes; ///< the data words as they came, 4 bytes each
+    uint32_t replyDataWords = 0;
+};
+
+/// Checks a packet taken from a FrameBuffer. Returns "" and fills `request`, whose views point into
+/// `packet`; or returns what is wrong as one line without a line feed, and leaves `request` alone.
+std::string ParseRequest(std::string_view packet, const ObjectRules& rules, Request& request);
+
+struct PinInfo {
+    uint32_t blockFrames = 0; ///< frames per block that the pin prefers, 0 to 131071; 0: not said
+    uint32_t channels = 2;    ///< 0 to 1023
+    bool floats = true;       ///< samples are 32-bit floats rather than 32-bit integers
+};
+
+/// The pin's info word: frames in bits 10 to 26, channels in bits 0 to 9, floats in bit 27.
+uint32_t PackPinInfo(const PinInfo& pin);
+
+/// A measured time as a cycle word: whole nanoseconds with 8 fraction bits, at most 8388607 ns.
+uint32_t CycleWord(double nanoseconds);
+
+/// Makes `reply` a packet with room for `dataWords` words, which stand behind the figures and keep whatever
+/// they were; status 0, cycle words 0. Allocates only when `reply` has never been that large.
+void StartReply(std::vector<uint32_t>& reply, size_t dataWords);
+
+struct ServerFigures {
+    size_t clients = 0;
+    uint64_t packets = 0;
+    uint64_t errors = 0;
+    double uptimeSeconds = 0;
+};
+
+/// The answer to one text line, without a line feed. An answer to a line that is not understood begins with
+/// "error: ".
+std::string AnswerLine(std::string_view line, const ServerFigures& figures);
+
+/// Text from a client made fit for a line of our own: at most 64 characters, what is not printable ASCII
+/// replaced by '?'.
+std::string Printable(std::string_view text);
+
+} // namespace vrx
