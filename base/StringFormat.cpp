@@ -1,8 +1,10 @@
 #include "base/StringFormat.h"
 
+#include <cerrno>
 #include <charconv>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <optional>
 
 namespace String {
@@ -87,8 +89,9 @@ std::string FormatV(const char* format, va_list args) {
     if (format == nullptr || *format == '\0') return {};
     char buffer[kBufferSize];
     buffer[0] = '\0';
-    // The guarded call by name: the limit holds in builds without fortification as well.
-    (void)__builtin___vsprintf_chk(buffer, 1, sizeof buffer, format, args); // the text counts, not its length
+    const int length = std::vsnprintf(buffer, sizeof buffer, format, args);
+    const bool tooLong = length < 0 ? errno == EOVERFLOW : static_cast<size_t>(length) >= sizeof buffer;
+    if (tooLong) std::abort(); // never a shortened text
     return buffer;
 }
 

@@ -1,13 +1,12 @@
 #include "base/StringVector.h"
 
+#include "base/internal/CaseTable.h"
 #include "base/internal/ListRefill.h"
 #include "base/internal/Tokens.h"
 #include "base/internal/Wildcard.h"
 
-#include <cstring>
 #include <stdexcept>
 #include <string_view>
-#include <strings.h>
 
 namespace {
 
@@ -46,8 +45,8 @@ int string_vector::find(const char* text, size_t start) const {
 
 int string_vector::findi(const char* text, size_t start) const {
     if (text == nullptr) return -1;
-    return FirstMatch(*this, start, [text](const std::string& element) {
-        return ::strcasecmp(element.c_str(), text) == 0;
+    return FirstMatch(*this, start, [text, lower = vrx::LowerTable()](const std::string& element) {
+        return vrx::CompareIgnoringCase(element.c_str(), text, lower) == 0;
     });
 }
 
