@@ -4,8 +4,16 @@ if(NOT TARGET vrx)
 endif()
 
 add_executable(tool_tests
+  ${PROJECT_SOURCE_DIR}/tools/Faults.cpp
+  ${PROJECT_SOURCE_DIR}/tools/Processing.cpp
+  ${PROJECT_SOURCE_DIR}/tools/ServerProtocol.cpp
+  support/RawClient.cpp
   support/Subprocess.cpp
   support/Subprocess_test.cpp
+  tools/Faults_test.cpp
+  tools/Processing_test.cpp
+  tools/ServerProtocol_test.cpp
+  tools/serve_test.cpp
 )
 target_compile_definitions(tool_tests PRIVATE
   VRX_PROGRAM="$<TARGET_FILE:vrx>")

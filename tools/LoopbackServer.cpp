@@ -7,8 +7,10 @@
 #include <csignal>
 #include <cstdio>
 #include <cstring>
+#include <functional>
 #include <memory>
 #include <optional>
+#include <string>
 #include <vector>
 
 namespace vrx {
@@ -42,6 +44,7 @@ struct Service {
     Clock::time_point started = Clock::now();
     Totals totals = {};
     std::vector<std::shared_ptr<Connection>> connections = {};
+    std::function<void(milliseconds)> refuseFor = {}; // accepts no client for that long
 
     size_t CountServed() const;
     ServerFigures Figures() const;
@@ -51,7 +54,8 @@ struct Service {
 class Connection : public std::enable_shared_from_this<Connection> {
 public:
     Connection(tcp::socket socket, Service& service)
-        : m_socket(std::move(socket)), m_service(service), m_frames(service.options.largestPacket) {}
+        : m_socket(std::move(socket)), m_service(service), m_frames(service.options.largestPacket),
+          m_pause(m_socket.get_executor()), m_dice(service.options.faultSeed, service.totals.clients) {}
 
     void Start() { Serve(); }
 
@@ -76,6 +80,12 @@ private:
     bool SendError(std::string_view error);
     bool Send(std::string_view bytes);
     void SendRest(std::string_view bytes);
+    void Proceed();
+    bool RunFaultSteps();
+    bool RunFaultStep(const FaultStep& step);
+    void Pause(milliseconds time);
+    void SendForever(const std::string& bytes);
+    void Reset();
     void Leave();
     void Drain();
 
@@ -89,6 +99,11 @@ private:
     double m_blockNanoseconds = 0; // over all blocks of this connection
     Clock::time_point m_lastActive = Clock::now();
     bool m_leaving = false;
+    asio::steady_timer m_pause;
+    bool m_pausing = false;
+    FaultDice m_dice;
+    std::vector<FaultStep> m_faultSteps;
+    size_t m_nextFaultStep = 0;
 };
 
 size_t Service::CountServed() const {
@@ -143,12 +158,18 @@ bool Connection::AnswerPacket(std::string_view packet) {
     const std::string error = ParseRequest(packet, m_service.options.rules, request);
     if (!error.empty()) return SendError(error);
     ++m_service.totals.packets;
+    const Fault* fault = nullptr;
     if (request.info) {
         FillInfo(request);
     } else {
         FillReply(request);
+        fault = m_dice.Roll(m_service.options.faults, m_service.options.faultRate);
     }
-    return Send({reinterpret_cast<const char*>(m_reply.data()), m_reply.size() * 4});
+    const std::string_view reply(reinterpret_cast<const char*>(m_reply.data()), m_reply.size() * 4);
+    if (fault == nullptr) return Send(reply);
+    m_faultSteps = PlanFault(*fault, reply);
+    m_nextFaultStep = 0;
+    return RunFaultSteps();
 }
 
 /// The processed input, cut or filled with zeros to the length asked for, and the time that took.
@@ -211,8 +232,70 @@ void Connection::SendRest(std::string_view bytes) {
             if (error) return self->Close();
             self->m_lastActive = Clock::now();
             if (count < bytes.size()) return self->SendRest(bytes.substr(count));
-            self->Serve();
+            self->Proceed();
         });
+}
+
+/// Goes on where an answer had to wait.
+void Connection::Proceed() {
+    if (RunFaultSteps()) Serve();
+}
+
+/// False when a step is still under way, after which Proceed goes on, or when it ended the connection.
+bool Connection::RunFaultSteps() {
+    while (m_nextFaultStep < m_faultSteps.size()) {
+        if (!RunFaultStep(m_faultSteps[m_nextFaultStep++])) return false;
+    }
+    return true;
+}
+
+bool Connection::RunFaultStep(const FaultStep& step) {
+    switch (step.kind) {
+    case FaultStep::kSend:
+        return Send(step.bytes);
+    case FaultStep::kRefuse:
+        m_service.refuseFor(step.time);
+        return true;
+    case FaultStep::kSendForever:
+        SendForever(step.bytes);
+        break;
+    case FaultStep::kWait:
+        Pause(step.time);
+        break;
+    case FaultStep::kEnd:
+        Leave();
+        break;
+    case FaultStep::kReset:
+        Reset();
+        break;
+    }
+    return false;
+}
+
+void Connection::Pause(milliseconds time) {
+    m_pausing = true;
+    m_pause.expires_after(time);
+    m_pause.async_wait([self = shared_from_this()](const asio::error_code& error) {
+        if (error) return;
+        self->m_pausing = false;
+        self->m_lastActive = Clock::now();
+        self->Proceed();
+    });
+}
+
+void Connection::SendForever(const std::string& bytes) {
+    m_socket.async_write_some(asio::buffer(bytes),
+                              [self = shared_from_this(), &bytes](const asio::error_code& error, size_t) {
+                                  if (error) return self->Close();
+                                  self->m_lastActive = Clock::now();
+                                  self->SendForever(bytes);
+                              });
+}
+
+void Connection::Reset() {
+    asio::error_code ignored;
+    m_socket.set_option(asio::socket_base::linger(true, 0), ignored);
+    Close();
 }
 
 void Connection::SendAway(const std::string& line) {
@@ -243,10 +326,12 @@ void Connection::Drain() {
 void Connection::Close() {
     asio::error_code ignored;
     m_socket.close(ignored);
+    m_pause.cancel();
     std::erase(m_service.connections, shared_from_this());
 }
 
 void Connection::CloseIfIdle(Clock::time_point now) {
+    if (m_pausing) return;
     const auto allowed = m_leaving ? kFarewell : m_service.options.idle;
     if (now - m_lastActive > allowed) Close();
 }
@@ -256,14 +341,17 @@ class Server {
 public:
     explicit Server(const ServerOptions& options)
         : m_service{options}, m_signals(m_io, SIGINT, SIGTERM), m_acceptor(m_io), m_sweep(m_io),
-          m_resume(m_io) {}
+          m_resume(m_io), m_port(options.port) {
+        m_service.refuseFor = [this](milliseconds time) { RefuseFor(time); };
+    }
 
     int Run();
 
 private:
-    asio::error_code Listen();
+    std::string Listen();
     void Accept();
     void AcceptLater(milliseconds delay);
+    void RefuseFor(milliseconds time);
     void Admit(tcp::socket socket);
     void SweepLater();
     void Announce() const;
@@ -274,13 +362,14 @@ private:
     tcp::acceptor m_acceptor;
     asio::steady_timer m_sweep;
     asio::steady_timer m_resume;
+    uint16_t m_port; // once listening, the port it got
 };
 
 int Server::Run() {
     const ServerOptions& options = m_service.options;
-    if (const asio::error_code error = Listen()) {
+    if (const std::string reason = Listen(); !reason.empty()) {
         std::fprintf(stderr, "vrx serve: cannot listen on %s:%u: %s; choose another --bind or --port\n",
-                     options.bind.c_str(), unsigned{options.port}, error.message().c_str());
+                     options.bind.c_str(), unsigned{options.port}, reason.c_str());
         return kCannotConnect;
     }
     m_signals.async_wait([this](const asio::error_code&, int) { m_io.stop(); });
@@ -297,17 +386,23 @@ int Server::Run() {
     return kDone;
 }
 
-asio::error_code Server::Listen() {
+/// "" or why not.
+std::string Server::Listen() {
     asio::error_code error;
     const auto address = asio::ip::make_address_v4(m_service.options.bind, error);
-    if (error) return asio::error::host_not_found;
+    if (error) return "not an IPv4 address";
     m_acceptor.open(tcp::v4(), error);
-    if (error) return error;
+    if (error) return error.message();
     m_acceptor.set_option(tcp::acceptor::reuse_address(true), error);
-    m_acceptor.bind({address, m_service.options.port}, error);
-    if (error) return error;
-    m_acceptor.listen(asio::socket_base::max_listen_connections, error);
-    return error;
+    m_acceptor.bind({address, m_port}, error);
+    if (!error) m_acceptor.listen(asio::socket_base::max_listen_connections, error);
+    if (error) {
+        const std::string reason = error.message();
+        m_acceptor.close(error);
+        return reason;
+    }
+    m_port = m_acceptor.local_endpoint().port();
+    return {};
 }
 
 void Server::Announce() const {
@@ -338,9 +433,24 @@ void Server::Accept() {
     });
 }
 
+/// Clients that come before then wait in the system's queue.
 void Server::AcceptLater(milliseconds delay) {
     m_resume.expires_after(delay);
-    m_resume.async_wait([this](const asio::error_code&) { Accept(); });
+    m_resume.async_wait([this](const asio::error_code& error) {
+        if (!error) Accept();
+    });
+}
+
+/// Clients that come before then find nobody listening.
+void Server::RefuseFor(milliseconds time) {
+    asio::error_code ignored;
+    m_acceptor.close(ignored);
+    m_resume.expires_after(time);
+    m_resume.async_wait([this](const asio::error_code& error) {
+        if (error) return;
+        if (!Listen().empty()) return RefuseFor(kRetryAccept);
+        Accept();
+    });
 }
 
 void Server::Admit(tcp::socket socket) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "tools/Faults.h"
 #include "tools/Processing.h"
 #include "tools/ServerProtocol.h"
 
@@ -23,6 +24,10 @@ struct ServerOptions {
     size_t largestPacket = (1 << 20) + (1 << 16); ///< bytes; longer requests end their connection
     size_t mostClients = 256;
     std::chrono::milliseconds idle{300000}; ///< a client silent for longer is disconnected
+
+    std::vector<Fault> faults; ///< how replies to pumped blocks are spoilt; empty: none is
+    double faultRate = 1;      ///< the chance of each such reply to be spoilt
+    uint64_t faultSeed = 1;
 };
 
 /// Serves until SIGINT or SIGTERM. Prints "vrx serve: listening on ADDRESS:PORT" as its first line once
@@ -30,7 +35,7 @@ struct ServerOptions {
 ///
 /// One thread serves all clients. Per client it holds at most one request (largestPacket), one reply
 /// (28 bytes and largestBlock words) and the state of the processing; a client that does not read its reply
-/// is not read from.
+/// is not read from. Replies to .info1 requests and text lines are never spoilt.
 int RunLoopbackServer(const ServerOptions& options);
 
 } // namespace vrx

@@ -239,7 +239,7 @@ std::string Printable(std::string_view text) {
     constexpr size_t kLongest = 64;
     std::string result(text.substr(0, kLongest));
     std::replace_if(
-        result.begin(), result.end(), [](char c) { return c < 0x20 || c > 0x7E; }, '?');
+        result.begin(), result.end(), [](char c) { return c < 0x20 || c > 0x7E; }, '.');
     return result;
 }
 

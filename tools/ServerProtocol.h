@@ -119,7 +119,7 @@ struct ServerFigures {
 std::string AnswerLine(std::string_view line, const ServerFigures& figures);
 
 /// Text from a client made fit for a line of our own: at most 64 characters, what is not printable ASCII
-/// replaced by '?'.
+/// replaced by '.'.
 std::string Printable(std::string_view text);
 
 } // namespace vrx

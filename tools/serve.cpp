@@ -1,7 +1,11 @@
 #include "tools/Commands.h"
 #include "tools/LoopbackServer.h"
 
+#include <cstdio>
+#include <map>
 #include <memory>
+#include <string>
+#include <vector>
 
 namespace {
 
@@ -9,6 +13,7 @@ struct Arguments {
     vrx::ServerOptions server;
     std::vector<std::string> steps;
     double idleSeconds = 300;
+    std::string faults;
 };
 
 /// Turns the texts of the command line into what the server takes; throws CLI::ValidationError on a text
@@ -22,7 +27,17 @@ vrx::ServerOptions Resolve(const Arguments& arguments) {
         if (!error.empty()) throw CLI::ValidationError("--process", error);
         options.steps.push_back(step);
     }
+    if (!arguments.faults.empty()) {
+        const std::string error = vrx::ParseFaults(arguments.faults, options.faults);
+        if (!error.empty()) throw CLI::ValidationError("--faults", error);
+    }
     return options;
+}
+
+int Serve(const Arguments& arguments) {
+    if (arguments.faults != "help") return vrx::RunLoopbackServer(Resolve(arguments));
+    std::fputs(vrx::DescribeFaults().c_str(), stdout);
+    return kDone;
 }
 
 void AddListening(CLI::App& command, Arguments& arguments) {
@@ -78,6 +93,19 @@ void AddProcessing(CLI::App& command, Arguments& arguments) {
         ->check(CLI::Range(1.0, 1e6));
 }
 
+void AddFaults(CLI::App& command, Arguments& arguments) {
+    vrx::ServerOptions& server = arguments.server;
+    command.add_option("--faults", arguments.faults,
+                       "Spoil replies to blocks: SCENARIO[,SCENARIO...], picked at random;\n"
+                       "\"help\" lists the scenarios");
+    command.add_option("--fault-rate", server.faultRate, "The chance of each such reply to be spoilt")
+        ->capture_default_str()
+        ->check(CLI::Range(0.0, 1.0));
+    command
+        .add_option("--seed", server.faultSeed, "The same seed spoils the same replies of each connection")
+        ->capture_default_str();
+}
+
 } // namespace
 
 void AddServe(CLI::App& app, int& exitCode) {
@@ -86,8 +114,9 @@ void AddServe(CLI::App& app, int& exitCode) {
     AddListening(*command, *arguments);
     AddObjects(*command, *arguments);
     AddProcessing(*command, *arguments);
+    AddFaults(*command, *arguments);
     command->footer("The first line printed is \"vrx serve: listening on ADDRESS:PORT\".\n"
                     "The cycle figures of a reply are nanoseconds. SIGINT or SIGTERM stops the server\n"
                     "with exit code 0; 3: it could not listen.");
-    command->callback([arguments, &exitCode] { exitCode = vrx::RunLoopbackServer(Resolve(*arguments)); });
+    command->callback([arguments, &exitCode] { exitCode = Serve(*arguments); });
 }
