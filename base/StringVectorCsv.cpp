@@ -1,1 +1,25 @@
+#include "base/StringCsv.h"
 #include "base/StringVector.h"
+
+bool string_vector::loadFromCSVString(const char* text, bool trim, char separator, char quote) {
+    if (text == nullptr || *text == '\0') return false;
+    std::vector<std::string> old; // keeps `text` alive when it is one of this list's elements
+    old.swap(*this);
+    reserve(old.size());
+    for (const char* cursor = text;;) {
+        const int status = String::ReadCSVField(emplace_back(), cursor, trim, separator, quote);
+        if (status == 1) return true;
+        if (status < 0) {
+            pop_back();
+            return false;
+        }
+    }
+}
+
+std::string string_vector::saveToCSVString(size_t first, bool forceQuote, char separator, char quote) {
+    std::string row;
+    for (size_t index = first; index < size(); ++index) {
+        String::AddCSVField(row, at(index), forceQuote, separator, quote);
+    }
+    return row;
+}
