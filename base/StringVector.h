@@ -50,13 +50,52 @@ public:
     bool SaveToString(std::string& out, bool crlf) const;
 
     // Profiles (StringVectorProfile.cpp)
+    //
+    // A profile is a list of lines in the manner of an INI file: "[section]" headers, each with "key=value"
+    // entries below it up to the next line that begins with "[". Lines that begin with ";" and empty lines
+    // are passed over. Nothing is trimmed: a header is the whole line, and "key = value" has the key "key "
+    // and the value " value". Names are compared without regard to case (strcasecmp(3), current C locale).
+    //
+    // Only the first header of a name counts, and the first entry of a key below it. Entry lines, which end
+    // at their first NUL, are cut at runs of "=": the first part is the key, and there is a value only if
+    // there are exactly two parts. An entry line of nothing but "=" signs ends every search in its section.
+
+    /// The value of an entry, without a comment: cut at its first ";" and the blanks in front of it. "" if
+    /// `section` or `key` is null or empty; `defaultValue` (null: "") if there is no such entry or it has no
+    /// value ("key", "key=", "key=a=b").
     std::string GetProfileStr(const char* section, const char* key, const char* defaultValue) const;
+
+    /// The value of an entry as a decimal number, read by strtol(3) and cut to 32 bits: "12abc" is 12, "abc"
+    /// is 0. `defaultValue` if GetProfileStr gives an empty value.
     int GetProfileIntg(const char* section, const char* key, int defaultValue) const;
+
+    /// Sets an entry to "key=value": replaces the line of the key, or the line of nothing but "=" signs that
+    /// hides it, or else adds a line to the section. It goes in front of the section's last line, which
+    /// usually is an empty one, and so in front of the header if the section has no other line; the last
+    /// section of the list gets it at its end. A section that does not exist is added at the end of the list.
+    ///
+    /// section   null or "": nothing happens
+    /// key       null, with a null value: removes the section with its header and all its lines.
+    ///           Null with a value breaks the contract and changes nothing
+    /// value     null: an existing section gets the line "key=(null)"; without it nothing happens
+    ///
+    /// The arguments may lie in the list's own elements. If memory runs out, a new header may stand without
+    /// its entry.
     void WriteProfileStr(const char* section, const char* key, const char* value);
+
+    /// WriteProfileStr with `value` in decimal.
     void WriteProfileIntg(const char* section, const char* key, int value);
 
     // CSV rows (StringVectorCsv.cpp)
+
+    /// Replaces the content with the fields of a CSV row, read by String::ReadCSVField with the same three
+    /// last arguments. True when the whole row was read; false if a field was malformed, after the fields in
+    /// front of it. A null or empty text gives false and leaves the list as it is. `text` may lie in one of
+    /// the list's own elements.
     bool loadFromCSVString(const char* text, bool trim, char separator, char quote);
+
+    /// The elements from index `first` on as a CSV row without a line end, written by String::AddCSVField
+    /// with the same three last arguments. "" if there are none.
     std::string saveToCSVString(size_t first, bool forceQuote, char separator, char quote);
 
     // Stable sorts (StringVectorSort.cpp)
