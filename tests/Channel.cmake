@@ -3,9 +3,34 @@
 add_executable(channel_tests
   CTcpIOTalk_test.cpp
   CVRXTalker_impl_test.cpp
+  Expiry_test.cpp
   support/ScriptedServer.cpp
   support/SystemCalls.cpp
 )
 target_link_libraries(channel_tests PRIVATE vrx_objects vrx_build_options GTest::gtest_main ${CMAKE_DL_LIBS})
-target_precompile_headers(channel_tests REUSE_FROM unit_tests)
-gtest_discover_tests(channel_tests DISCOVERY_TIMEOUT 60)
+gtest_discover_tests(channel_tests DISCOVERY_TIMEOUT 60 PROPERTIES
+  ENVIRONMENT "TSAN_OPTIONS=suppressions=${CMAKE_CURRENT_SOURCE_DIR}/tsan.supp")
+
+# The talker on a double of its channel: replies that no real channel gives.
+add_executable(talker_double_tests
+  CVRXTalker_impl_double_test.cpp
+  doubles/ChannelDouble.cpp
+  ../base/StringFormat.cpp
+  ../base/StringMap.cpp
+  ../talker/CVRXTalker_impl.cpp
+)
+target_include_directories(talker_double_tests PRIVATE ${PROJECT_SOURCE_DIR})
+target_link_libraries(talker_double_tests PRIVATE vrx_build_options GTest::gtest_main)
+gtest_discover_tests(talker_double_tests DISCOVERY_TIMEOUT 60)
+
+# Sees the exports only: linked with, and loading, the shared library.
+add_executable(abi_tests Abi_test.cpp)
+target_compile_definitions(abi_tests PRIVATE VRX_PLUGIN="${PROJECT_BINARY_DIR}/VRX_talker_norvo.so")
+target_link_libraries(abi_tests PRIVATE VRX_talker_norvo vrx_build_options GTest::gtest_main ${CMAKE_DL_LIBS})
+gtest_discover_tests(abi_tests DISCOVERY_TIMEOUT 60)
+
+add_test(NAME exported_symbols COMMAND ${CMAKE_COMMAND}
+  -DLIBRARY=$<TARGET_FILE:VRX_talker_norvo>
+  -DNM=${CMAKE_NM}
+  -DEXPECTED=${CMAKE_CURRENT_SOURCE_DIR}/exported_symbols.txt
+  -P ${CMAKE_CURRENT_SOURCE_DIR}/CompareExports.cmake)

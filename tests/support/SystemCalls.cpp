@@ -248,7 +248,7 @@ ssize_t __recv_chk(int descriptor, void* buffer, size_t size, size_t /*room*/, i
 int shutdown(int descriptor, int how) noexcept {
     static auto* const next = Next<int(int, int)>("shutdown");
     const int result = next(descriptor, how);
-    Add({"shutdown", descriptor, 0, how, result, {}});
+    Add({"shutdown", descriptor, Ticks(), how, result, {}});
     return result;
 }
 

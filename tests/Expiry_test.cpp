@@ -1,0 +1,72 @@
+#include "tcpio/CTcpIOTalk.h"
+
+#include "tests/support/ScriptedServer.h"
+#include "tests/support/SystemCalls.h"
+
+#include <atomic>
+#include <chrono>
+#include <gtest/gtest.h>
+#include <map>
+#include <memory>
+
+namespace {
+
+constexpr char kHost[] = "127.0.0.1";
+
+/// The reply to the first exchange comes while the watchdog is in its last tick, so that both ends of the
+/// race win now and then; the next exchange on the same object must find a connection of its own.
+TEST(Expiry, ReplyAtTheVeryMomentOfTheTimeOut) {
+    constexpr int kRounds = 1000;
+    calls::Reset();
+    calls::SetTickMicroseconds(300);
+    std::vector<ScriptedServer::Script> scripts;
+    std::atomic<int> sweep = 0;
+    for (int round = 0; round < 2 * kRounds; ++round) {
+        scripts.push_back([&](Peer& peer) {
+            for (std::string line = peer.ReadLine(); !line.empty(); line = peer.ReadLine()) {
+                if (line == "race\n") {
+                    calls::WaitForTicks(calls::Ticks() + 1);
+                    Spin(std::chrono::microseconds(sweep++ % 50 * 12));
+                }
+                peer.Send(line);
+            }
+        });
+    }
+    ScriptedServer server(scripts);
+    int replied = 0;
+    int timedOut = 0;
+    {
+        const auto talk = std::make_unique<CTcpIOTalk>();
+        std::string reply;
+        void* data;
+        int length;
+        for (int round = 0; round < kRounds; ++round) {
+            const int result = talk->SendTcpMessage(kHost, server.Port(), "race", reply, data, length, 20);
+            ASSERT_TRUE(result == 1 || result == -9999) << result;
+            (result == 1 ? replied : timedOut)++;
+            ASSERT_EQ(talk->SendTcpMessage(kHost, server.Port(), "next", reply, data, length, -1), 1)
+                << round;
+            ASSERT_EQ(reply, "next");
+        }
+    }
+    EXPECT_EQ(replied + timedOut, kRounds);
+    EXPECT_GT(timedOut, kRounds / 20);
+    EXPECT_GT(replied, kRounds / 20);
+    RecordProperty("replied", replied);
+    RecordProperty("timed_out", timedOut);
+
+    // Every descriptor is closed once, and only after its own shutdown or by its own exchange.
+    std::map<int, bool> open;
+    for (const calls::Event& event : calls::Log()) {
+        if (event.call == "socket") {
+            ASSERT_FALSE(open[event.socket]);
+            open[event.socket] = true;
+        } else {
+            ASSERT_TRUE(open[event.socket]) << event.call << " on a closed descriptor";
+        }
+        if (event.call == "close") open[event.socket] = false;
+    }
+    EXPECT_EQ(calls::Count("socket"), calls::Count("close"));
+}
+
+} // namespace
