@@ -38,8 +38,8 @@ void* CTcpIOTalk::operator new(size_t size) {
     return ::operator new(size);
 }
 
-void CTcpIOTalk::operator delete(void* storage, size_t size) noexcept {
-    ::operator delete(storage, size);
+void CTcpIOTalk::operator delete(void* storage, size_t) noexcept {
+    ::operator delete(storage);
 }
 
 int CTcpIOTalk::SendTcpMessage(const char* host, int port, const char* text, std::string& reply, void*& data,
