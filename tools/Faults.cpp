@@ -121,7 +121,7 @@ std::string ParseFaults(std::string_view text, std::vector<Fault>& faults) {
         const std::string_view one = text.substr(at, comma - at);
         Fault fault;
         if (!ParseFault(one, fault)) {
-            return "'" + std::string(one) + "' is not a fault; --faults help lists them";
+            return std::string("'").append(one).append("' is not a fault; --faults help lists them");
         }
         parsed.push_back(fault);
         at = comma + 1;

@@ -72,7 +72,8 @@ std::string ParseStep(std::string_view text, const StreamShape& shape, ProcessSt
     ProcessStep parsed;
     if (known == std::end(kStepNames) || known->hasValue != hasValue ||
         (hasValue && !ParseNumber(text.substr(equals + 1), parsed.value))) {
-        return "'" + std::string(text) + "' is none of pass, gain=DB, invert, delay=FRAMES, lowpass=HZ";
+        return std::string("'").append(text).append(
+            "' is none of pass, gain=DB, invert, delay=FRAMES, lowpass=HZ");
     }
     parsed.kind = known->kind;
     std::string error = CheckValue(parsed, shape);
