@@ -44,9 +44,33 @@ public:
     int findwild(const char* pattern, size_t start) const;
 
     // Text files and texts (StringVectorLines.cpp)
+
+    /// Replaces the list by a file's lines; pipes and the like are read to their end.
+    ///
+    /// Every LF ends a line. One CR before it goes with it, as does one CR that ends the file; any other CR
+    /// is text. Each line is then cut at its first NUL. A terminator at the end of the file adds no empty
+    /// line.
+    ///
+    /// Returns the number of lines; a folder has none. -1 when the file cannot be opened, the list is empty
+    /// then; -1 for a null or empty `name`, the list stays as it was then.
     int LoadFromFile(const char* name);
+
+    /// Replaces the list by the lines of a text, which may stand in this list.
+    ///
+    /// LF and CR LF end a line; any other CR is text, also at the very end of `text` (unlike in a file).
+    /// A terminator at the end adds no empty line.
+    ///
+    /// Returns the number of lines; -1 for a null or empty `text`, the list stays as it was then.
     int LoadFromString(const char* text);
+
+    /// Writes each element up to its first NUL, and CR LF behind each, to a new or emptied file.
+    ///
+    /// Returns false when the file cannot be created, or for a null or empty `name`; true in all other cases:
+    /// a disk that fills up while writing is not reported.
     bool SaveToFile(const char* name);
+
+    /// Replaces `out` by all elements in full, NULs included, with CR LF behind each, or with nothing between
+    /// them if `crlf` is false. Returns true. An element of this list given as `out` counts as empty.
     bool SaveToString(std::string& out, bool crlf) const;
 
     // Profiles (StringVectorProfile.cpp)

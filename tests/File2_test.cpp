@@ -379,6 +379,51 @@ TEST_F(File2Test, ReadsLinesWhateverTheBuffer) {
     }
 }
 
+/// The rules for lines, one character at a time.
+bool PlainLine(const std::string& text, size_t& pos, std::string& line, bool stripEol, bool anyLf) {
+    line.clear();
+    bool ended = false;
+    for (char previous = 0; !ended && pos < text.size();) {
+        const char c = text[pos++];
+        line += c;
+        if (c != '\n')
+            previous = c;
+        else
+            ended = anyLf || previous == '\r';
+    }
+    const bool found = !line.empty();
+    if (stripEol && !line.empty() && line.back() == '\n') line.pop_back();
+    if (stripEol && !line.empty() && line.back() == '\r') line.pop_back();
+    if (!stripEol && ended) line += '\n';
+    return found;
+}
+
+void ExpectPlainLines(std::string text, bool stripEol, bool anyLf) {
+    SCOPED_TRACE(testing::PrintToString(text));
+    const StreamPtr stream(fmemopen(text.data(), text.size(), "rb"), std::fclose);
+    File2 file(stream.get());
+    std::string line, want;
+    size_t pos = 0;
+    for (bool found = true; found;) {
+        found = PlainLine(text, pos, want, stripEol, anyLf);
+        ASSERT_EQ(file.fgets(line, stripEol, anyLf), found);
+        ASSERT_EQ(line, want);
+    }
+}
+
+TEST(File2Lines, EveryShortTextReadsAsThePlainRulesSay) {
+    std::vector<std::string> texts = {""};
+    for (size_t next = 0; texts[next].size() < 5; ++next) {
+        for (const char c : "a\r\n"s + '\0') texts.push_back(texts[next] + c);
+    }
+    ASSERT_EQ(texts.size(), 1u + 4 + 16 + 64 + 256 + 1024);
+    for (const std::string& text : texts) {
+        for (const bool stripEol : {false, true}) {
+            for (const bool anyLf : {false, true}) ExpectPlainLines(text, stripEol, anyLf);
+        }
+    }
+}
+
 TEST_F(File2Test, ReadsLongLines) {
     const std::string a(4095, 'a'), b(4096, 'b'), c(1000000, 'c');
     File2 file(Write("a", a + "\n" + b + "\r\n" + c + "\nrest").c_str(), "rb", -1);
