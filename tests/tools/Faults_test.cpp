@@ -1,5 +1,6 @@
 #include "tools/Faults.h"
 
+#include <algorithm>
 #include <gtest/gtest.h>
 
 namespace {
@@ -60,13 +61,13 @@ TEST(ParseFaults, NamesTheFirstBadScenario) {
         SCOPED_TRACE(bad);
         std::vector<Fault> faults(1);
         EXPECT_EQ(vrx::ParseFaults("reset,"s + bad, faults),
-                  "'"s + bad + "' is not a fault; --faults help lists them");
+                  std::string("'").append(bad).append("' is not a fault; --faults help lists them"));
         EXPECT_EQ(faults.size(), 1U);
     }
 }
 
 TEST(DescribeFaults, NamesEveryScenario) {
-    const std::string text = "\n" + vrx::DescribeFaults();
+    const std::string text = std::string("\n").append(vrx::DescribeFaults());
     for (const ParseCase& c : kFaults) {
         const std::string name = std::string(c.text).substr(0, std::string(c.text).find('='));
         EXPECT_NE(text.find("\n" + name), text.npos) << name;

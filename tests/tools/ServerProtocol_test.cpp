@@ -98,7 +98,7 @@ TEST(FrameBuffer, HandsOutFramesThatArriveByteByByte) {
         Put(frames, {&byte, 1});
         const Frame frame = frames.Next();
         if (frame.kind == Frame::kIncomplete) continue;
-        seen += "<" + std::string(frame.bytes) + ">";
+        seen.append("<").append(frame.bytes).append(">");
     }
     EXPECT_EQ(seen, "<help><" + kPump + "><" + kPins + "><>");
 }
