@@ -106,8 +106,8 @@ void CTcpIOTalk::SetHostEnt(const char* host, int port) {
     if (networkPort == m_port)
         return; // callers rely on a failed look-up not being repeated for the same port
     KillSocket();
-    m_port = networkPort;
     m_host = TranslateAddress(host);
+    m_port = networkPort; // last: a look-up that threw has to be repeated
 }
 
 void CTcpIOTalk::MakeSocket() {

@@ -39,10 +39,10 @@ public:
     };
 
     /// First word of every packet, little-endian.
-    static constexpr uint32_t kPacketMarker = 0x07FF0003;
+    VRX_HIDDEN static constexpr uint32_t kPacketMarker = 0x07FF0003;
 
     /// Bytes that the receive buffer holds; a longer reply cannot be received.
-    static constexpr int kBufferSize = 0x100000;
+    VRX_HIDDEN static constexpr int kBufferSize = 0x100000;
 
     CTcpIOTalk();
 

@@ -3,6 +3,7 @@
 #include <cstring>
 #include <cxxabi.h>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -27,14 +28,17 @@ std::string AddressBytesOf(const hostent& host) {
     return bytes;
 }
 
-void Fill(HostCopy& copy, const hostent& host, std::string addressBytes) {
-    copy.name = host.h_name ? host.h_name : "";
-    copy.addressBytes = std::move(addressBytes);
+std::unique_ptr<HostCopy> Copy(const hostent& host, std::string addressBytes) {
+    auto copy = std::make_unique<HostCopy>();
+    copy->name = host.h_name ? host.h_name : "";
+    copy->addressBytes = std::move(addressBytes);
     const auto each = static_cast<size_t>(host.h_length);
-    for (size_t at = 0; at < copy.addressBytes.size(); at += each)
-        copy.addresses.push_back(copy.addressBytes.data() + at);
-    copy.addresses.push_back(nullptr);
-    copy.entry = {copy.name.data(), &copy.noAliases, host.h_addrtype, host.h_length, copy.addresses.data()};
+    for (size_t at = 0; at < copy->addressBytes.size(); at += each)
+        copy->addresses.push_back(copy->addressBytes.data() + at);
+    copy->addresses.push_back(nullptr);
+    copy->entry = {copy->name.data(), &copy->noAliases, host.h_addrtype, host.h_length,
+                   copy->addresses.data()};
+    return copy;
 }
 
 hostent* Resolve(const char* name) {
@@ -51,18 +55,18 @@ hostent* Resolve(const char* name) {
 
 hostent* LookUpHost(const char* name) {
     static std::mutex mutex;
-    static std::map<std::string, HostCopy> copies;
+    static std::map<std::string, std::unique_ptr<HostCopy>> copies; // by name, family and addresses
 
     const std::lock_guard lock(mutex);
     const hostent* host = Resolve(name);
     if (!host) return nullptr;
 
     std::string addressBytes = AddressBytesOf(*host);
-    std::string key = (host->h_name ? host->h_name : "") + std::string(1, '\0') +
-                      std::to_string(host->h_addrtype) + ' ' + addressBytes;
-    const auto [place, isNew] = copies.try_emplace(std::move(key));
-    if (isNew) Fill(place->second, *host, std::move(addressBytes));
-    return &place->second.entry;
+    const std::string key = (host->h_name ? host->h_name : "") + std::string(1, '\0') +
+                            std::to_string(host->h_addrtype) + ' ' + addressBytes;
+    auto place = copies.find(key);
+    if (place == copies.end()) place = copies.emplace(key, Copy(*host, std::move(addressBytes))).first;
+    return &place->second->entry;
 }
 
 } // namespace vrx

@@ -7,8 +7,8 @@
 #include <thread>
 #include <vector>
 
-/// One accepted connection of a ScriptedServer, seen from the server. Every wait ends after ten seconds, or when the
-/// server is being destroyed.
+/// One accepted connection of a ScriptedServer, seen from the server. Every wait ends after ten seconds, or
+/// when the server is being destroyed.
 class Peer {
 public:
     Peer(int socket, const std::atomic<bool>& stop) : m_socket(socket), m_stop(stop) {}

@@ -1,6 +1,5 @@
 #include "tools/Faults.h"
 
-#include <algorithm>
 #include <gtest/gtest.h>
 
 namespace {
@@ -61,13 +60,13 @@ TEST(ParseFaults, NamesTheFirstBadScenario) {
         SCOPED_TRACE(bad);
         std::vector<Fault> faults(1);
         EXPECT_EQ(vrx::ParseFaults("reset,"s + bad, faults),
-                  std::string("'").append(bad).append("' is not a fault; --faults help lists them"));
+                  "'"s + bad + "' is not a fault; --faults help lists them");
         EXPECT_EQ(faults.size(), 1U);
     }
 }
 
 TEST(DescribeFaults, NamesEveryScenario) {
-    const std::string text = std::string("\n").append(vrx::DescribeFaults());
+    const std::string text = "\n" + vrx::DescribeFaults();
     for (const ParseCase& c : kFaults) {
         const std::string name = std::string(c.text).substr(0, std::string(c.text).find('='));
         EXPECT_NE(text.find("\n" + name), text.npos) << name;

@@ -98,7 +98,7 @@ TEST(FrameBuffer, HandsOutFramesThatArriveByteByByte) {
         Put(frames, {&byte, 1});
         const Frame frame = frames.Next();
         if (frame.kind == Frame::kIncomplete) continue;
-        seen.append("<").append(frame.bytes).append(">");
+        seen += "<" + std::string(frame.bytes) + ">";
     }
     EXPECT_EQ(seen, "<help><" + kPump + "><" + kPins + "><>");
 }

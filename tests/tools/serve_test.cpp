@@ -484,7 +484,7 @@ TEST(ServeFaults, EndlessTextHasNoEnd) {
 }
 
 TEST(ServeFaults, RefusesConnectionsForAWhile) {
-    const Serve server({"--faults", "refuse=2s"});
+    const Serve server({"--faults", "refuse=300ms"});
     const RawClient other(server.Port());
     other.Ask("status");
     {
