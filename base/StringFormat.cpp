@@ -1,5 +1,7 @@
 #include "base/StringFormat.h"
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
 #include <charconv>
 #include <cstdint>
@@ -21,33 +23,36 @@ constexpr int kYearFirst = 0x20;
 
 constexpr const char* kUnknown = "UNKNOWN";
 
-void AppendNumber(std::string& out, int64_t number) {
-    char digits[24];
-    out.append(digits, std::to_chars(digits, digits + sizeof digits, number).ptr);
+/// Room for a date and a time, whatever the numbers.
+using Text = std::array<char, 80>;
+
+// These put a part of a text at `out` and return its end.
+
+char* PutNumber(char* out, int64_t number) {
+    return std::to_chars(out, out + 20, number).ptr;
 }
 
 /// As printf's "%02d": a negative number fills the two places by itself.
-void AppendTwoPlaces(std::string& out, int number) {
-    if (number >= 0 && number < 10) out += '0';
-    AppendNumber(out, number);
+char* PutTwoPlaces(char* out, int number) {
+    if (number >= 0 && number < 10) *out++ = '0';
+    return PutNumber(out, number);
 }
 
-void AppendDate(std::string& out, const tm& local, int flags) {
+char* PutDate(char* out, const tm& local, int flags) {
     const int64_t month = local.tm_mon + 1;
     if ((flags & kDateMask) == kYearFirst) {
-        AppendNumber(out, int64_t{1900} + local.tm_year);
-        out += '/';
-        AppendNumber(out, month);
-        out += '/';
-        AppendNumber(out, local.tm_mday);
-        return;
+        out = PutNumber(out, int64_t{1900} + local.tm_year);
+        *out++ = '/';
+        out = PutNumber(out, month);
+        *out++ = '/';
+        return PutNumber(out, local.tm_mday);
     }
     const bool dayFirst = (flags & kDateMask) == kDayFirst;
-    AppendNumber(out, dayFirst ? local.tm_mday : month);
-    out += '/';
-    AppendNumber(out, dayFirst ? month : local.tm_mday);
-    out += '/';
-    AppendTwoPlaces(out, local.tm_year % 100);
+    out = PutNumber(out, dayFirst ? local.tm_mday : month);
+    *out++ = '/';
+    out = PutNumber(out, dayFirst ? month : local.tm_mday);
+    *out++ = '/';
+    return PutTwoPlaces(out, local.tm_year % 100);
 }
 
 /// The hour as the 12-hour clock shows it.
@@ -56,14 +61,16 @@ int HourOf12(int hour) {
     return hour > 12 ? hour - 12 : hour;
 }
 
-void AppendTime(std::string& out, const tm& local, int flags) {
+char* PutTime(char* out, const tm& local, int flags) {
     const bool clock24 = (flags & kClockMask) == kClock24;
-    AppendNumber(out, clock24 ? local.tm_hour : HourOf12(local.tm_hour));
-    out += ':';
-    AppendTwoPlaces(out, local.tm_min);
-    out += ':';
-    AppendTwoPlaces(out, local.tm_sec);
-    if (!clock24) out += local.tm_hour > 12 ? " PM" : " AM"; // hour 12 takes AM: callers rely on it
+    out = PutNumber(out, clock24 ? local.tm_hour : HourOf12(local.tm_hour));
+    *out++ = ':';
+    out = PutTwoPlaces(out, local.tm_min);
+    *out++ = ':';
+    out = PutTwoPlaces(out, local.tm_sec);
+    if (clock24) return out;
+    const char* const half = local.tm_hour > 12 ? " PM" : " AM"; // hour 12 takes AM: callers rely on it
+    return std::copy_n(half, 3, out);
 }
 
 /// The local time, or nothing when its year is beyond what the C library can hold. As localtime(3), but with
@@ -98,17 +105,15 @@ std::string FormatV(const char* format, va_list args) {
 std::string FormatTime(time_t time, int flags) {
     const std::optional<tm> local = LocalTime(time);
     if (!local) return kUnknown;
-    std::string out;
-    AppendTime(out, *local, flags);
-    return out;
+    Text text;
+    return {text.data(), PutTime(text.data(), *local, flags)};
 }
 
 std::string FormatDate(time_t time, int flags) {
     const std::optional<tm> local = LocalTime(time);
     if (!local) return kUnknown;
-    std::string out;
-    AppendDate(out, *local, flags);
-    return out;
+    Text text;
+    return {text.data(), PutDate(text.data(), *local, flags)};
 }
 
 std::string FormatDateTime(time_t time, int flags) {
@@ -116,11 +121,10 @@ std::string FormatDateTime(time_t time, int flags) {
     if (time == 0 || static_cast<int32_t>(time) < 0) return kUnknown;
     const std::optional<tm> local = LocalTime(time);
     if (!local) return kUnknown;
-    std::string out;
-    AppendDate(out, *local, flags);
-    out += ' ';
-    AppendTime(out, *local, flags);
-    return out;
+    Text text;
+    char* out = PutDate(text.data(), *local, flags);
+    *out++ = ' ';
+    return {text.data(), PutTime(out, *local, flags)};
 }
 
 } // namespace String

@@ -7,22 +7,25 @@
 
 namespace {
 
+constexpr vrx::ByteSet kComma(",");
+constexpr vrx::ByteSet kBlanksAndEquals(" \t=");
+
 using Entries = std::map<std::string, std::string>;
 
 /// Adds the setting that `item` holds, if it holds one and its key is new.
-void AddItem(Entries& entries, std::string_view item, const vrx::TokenRules& rules) {
-    vrx::TokenReader reader(item, rules);
+void AddItem(Entries& entries, std::string_view item, char quote) {
+    vrx::TokenReader reader(item, kBlanksAndEquals, quote);
     std::string_view token;
     if (!reader.Next(token)) return;
     std::string key(token);
-    if (!reader.Next(token)) return;
-    std::string value(token);
+    std::string_view value;
+    if (!reader.Next(value)) return;
     if (reader.Next(token)) {
         const size_t equals = item.find('=');
         if (equals == item.npos) return;
         value = item.substr(equals + 1); // taken raw, blanks included: callers rely on it
     }
-    entries.try_emplace(std::move(key), std::move(value));
+    entries.try_emplace(std::move(key), value);
 }
 
 } // namespace
@@ -32,9 +35,7 @@ unsigned string_map::Split(const char* text, char quote) {
     swap(old);
     if (text == nullptr) return 0;
 
-    const vrx::TokenRules itemRules(",", quote);
-    const vrx::TokenRules tokenRules(" \t=", quote);
-    vrx::TokenReader items(text, itemRules);
-    for (std::string_view item; items.Next(item);) AddItem(*this, item, tokenRules);
+    vrx::TokenReader items(text, kComma, quote);
+    for (std::string_view item; items.Next(item);) AddItem(*this, item, quote);
     return static_cast<unsigned>(size());
 }

@@ -1,12 +1,14 @@
 #include "base/StringText.h"
 
-#include "base/internal/Blanks.h"
 #include "base/internal/ByteSet.h"
 #include "base/internal/CaseTable.h"
 #include "base/internal/Wildcard.h"
 
 #include <algorithm>
+#include <array>
+#include <cstdint>
 #include <cstring>
+#include <locale.h>
 #include <string_view>
 
 namespace String {
@@ -15,10 +17,35 @@ namespace {
 constexpr vrx::ByteSet kBlanks(" \t");
 constexpr vrx::ByteSet kBlanksAndLineEnds(" \t\r\n");
 
-/// Replaces each character up to the first NUL by its entry in a case table; the rest drops.
-void ChangeCase(std::string& text, const int32_t* table) {
-    text.resize(vrx::UpToNul(text).size());
-    for (char& c : text) c = static_cast<char>(table[static_cast<unsigned char>(c)]);
+/// The default locale, whose case tables change ASCII letters only.
+locale_t DefaultLocale() {
+    static const locale_t locale = ::newlocale(LC_ALL_MASK, "C", nullptr);
+    return locale;
+}
+
+/// What a case table looks like that changes ASCII letters only, the 26 from `first` on.
+constexpr std::array<int32_t, 256> AsciiTable(int32_t first) {
+    std::array<int32_t, 256> table{};
+    for (int32_t c = 0; c < 256; ++c)
+        table[static_cast<size_t>(c)] = c >= first && c < first + 26 ? c ^ 0x20 : c;
+    return table;
+}
+
+/// Changes the case of each character up to the first NUL by `table`; the rest drops. Few locales change more
+/// than ASCII letters, the 26 from `first` on; a table that does not, as the default locale's, is not even
+/// looked into.
+template <char first>
+void ChangeCase(std::string& text, const int32_t* table, const int32_t* defaultTable) {
+    static constexpr std::array<int32_t, 256> kAscii = AsciiTable(first);
+    text.resize(std::strlen(text.c_str()));
+    if (table != defaultTable && std::memcmp(table, kAscii.data(), sizeof kAscii) != 0) {
+        for (char& c : text) c = static_cast<char>(table[static_cast<unsigned char>(c)]);
+        return;
+    }
+    for (char& c : text) {
+        const bool changes = static_cast<unsigned char>(c - first) < 26;
+        c = static_cast<char>(c ^ (changes ? 0x20 : 0));
+    }
 }
 
 /// The size of the text without the removable characters at its end.
@@ -30,15 +57,15 @@ size_t TrimmedSize(std::string_view text, const vrx::ByteSet& removable) {
 } // namespace
 
 void ToUpper(std::string& text) {
-    ChangeCase(text, vrx::UpperTable());
+    ChangeCase<'a'>(text, vrx::UpperTable(), DefaultLocale()->__ctype_toupper);
 }
 
 void ToLower(std::string& text) {
-    ChangeCase(text, vrx::LowerTable());
+    ChangeCase<'A'>(text, vrx::LowerTable(), DefaultLocale()->__ctype_tolower);
 }
 
 void TrimLeft(std::string& text) {
-    text.resize(vrx::UpToNul(text).size());
+    text.resize(std::strlen(text.c_str()));
     text.erase(0, vrx::SkipWhile(text, 0, kBlanks));
 }
 
@@ -48,9 +75,10 @@ void TrimRight(std::string& text, bool lineEnds) {
 
 void Trim(std::string& text) {
     const size_t kept = TrimmedSize(text, kBlanks);
-    text.erase(0, vrx::SkipWhile(text, 0, kBlanks));
-    // As many characters as if there had been no blanks in front: callers rely on it.
-    text.resize(std::min(text.size(), kept));
+    const size_t leading = vrx::SkipWhile(text, 0, kBlanks);
+    // As many characters are kept as if there had been no blanks in front: callers rely on it.
+    text.resize(std::min(text.size(), leading + kept));
+    text.erase(0, leading);
 }
 
 std::string Replace(const std::string& text, const std::string& find, const std::string& replacement) {
@@ -75,23 +103,22 @@ std::string Merge(const std::vector<std::string>& items, const std::string& sepa
     size_t size = separator.size() * (items.size() - 1);
     for (const std::string& item : items) size += item.size();
 
-    std::string result;
-    result.reserve(size);
-    result = items.front();
-    for (size_t i = 1; i < items.size(); ++i) {
-        result.append(separator);
-        result.append(items[i]);
+    std::string result(size, '\0');
+    char* end = result.data();
+    std::string_view between = "";
+    for (const std::string& item : items) {
+        end = std::copy(between.begin(), between.end(), end);
+        end = std::copy(item.begin(), item.end(), end);
+        between = separator;
     }
     return result;
 }
 
 bool CompareWild(const std::string& text, const std::string& pattern, std::string* capture) {
-    const std::string_view cText = vrx::UpToNul(text);
-    const std::string_view cPattern = vrx::UpToNul(pattern);
-    if (capture == nullptr) return vrx::MatchesWild(cText, cPattern);
+    if (capture == nullptr) return vrx::MatchesWild(text.c_str(), pattern.c_str());
 
     std::string taken; // `capture` may be the text or the pattern
-    const bool matched = vrx::CapturesWild(cText, cPattern, taken);
+    const bool matched = vrx::CapturesWild(text.c_str(), pattern.c_str(), taken);
     capture->append(taken);
     return matched;
 }

@@ -5,6 +5,7 @@
 #include "base/internal/Tokens.h"
 #include "base/internal/Wildcard.h"
 
+#include <algorithm>
 #include <stdexcept>
 #include <string_view>
 
@@ -17,10 +18,9 @@ bool IsEmpty(const char* text) {
 /// The index of the first element from `start` on that matches, or -1.
 template <class Match>
 int FirstMatch(const std::vector<std::string>& list, size_t start, Match match) {
-    for (size_t i = start; i < list.size(); ++i) {
-        if (match(list[i])) return static_cast<int>(i);
-    }
-    return -1;
+    if (start >= list.size()) return -1;
+    const auto found = std::find_if(list.begin() + static_cast<ptrdiff_t>(start), list.end(), match);
+    return found == list.end() ? -1 : static_cast<int>(found - list.begin());
 }
 
 } // namespace
@@ -29,8 +29,8 @@ void string_vector::Split(const char* text, const char* delimiters, char quote) 
     if (IsEmpty(text) || IsEmpty(delimiters)) return clear();
     if (vrx::HoldsText(*this, text)) return Split(std::string(text).c_str(), delimiters, quote);
 
-    const vrx::TokenRules rules(delimiters, quote);
-    vrx::TokenReader reader(text, rules);
+    const vrx::ByteSet delimiterBytes(delimiters);
+    vrx::TokenReader reader(text, delimiterBytes, quote);
     vrx::ListRefill list(*this);
     for (std::string_view token; reader.Next(token);) list.Add(token);
     list.Finish();
@@ -38,16 +38,21 @@ void string_vector::Split(const char* text, const char* delimiters, char quote) 
 
 int string_vector::find(const char* text, size_t start) const {
     if (text == nullptr) return -1;
-    return FirstMatch(*this, start, [wanted = std::string_view(text)](const std::string& element) {
-        return element == wanted;
+    const std::string_view wanted(text);
+    const size_t last = wanted.empty() ? 0 : wanted.size() - 1;
+    return FirstMatch(*this, start, [=](const std::string& element) {
+        // The last byte tells most texts of one length apart, numbered ones above all.
+        return element.size() == wanted.size() && element.c_str()[last] == text[last] && element == wanted;
     });
 }
 
 int string_vector::findi(const char* text, size_t start) const {
     if (text == nullptr) return -1;
-    return FirstMatch(*this, start, [text, lower = vrx::LowerTable()](const std::string& element) {
-        return vrx::CompareIgnoringCase(element.c_str(), text, lower) == 0;
-    });
+    return FirstMatch(*this, start,
+                      [wanted = std::string_view(text), lower = vrx::LowerTable()](const auto& element) {
+                          return element.size() >= wanted.size() && element.c_str()[wanted.size()] == '\0' &&
+                                 vrx::EqualIgnoringCase(element.data(), wanted, lower);
+                      });
 }
 
 int string_vector::findwild(const char* pattern, size_t start) const {

@@ -46,21 +46,18 @@ void EraseSection(Lines& lines, size_t header) {
 }
 
 /// Entry lines are cut at runs of "=", and only there.
-const vrx::TokenRules& EntryRules() {
-    static const vrx::TokenRules rules("=", '\0');
-    return rules;
-}
+constexpr vrx::ByteSet kEquals("=");
 
 /// The first part of an entry line; empty when the line holds only "=" signs.
 std::string_view EntryKey(const std::string& line) {
     std::string_view key;
-    vrx::TokenReader(vrx::UpToNul(line), EntryRules()).Next(key);
+    vrx::TokenReader(vrx::UpToNul(line), kEquals, '\0').Next(key);
     return key;
 }
 
 /// The second part of an entry line of exactly two parts; empty for any other line.
 std::string_view EntryValue(const std::string& line) {
-    vrx::TokenReader parts(vrx::UpToNul(line), EntryRules());
+    vrx::TokenReader parts(vrx::UpToNul(line), kEquals, '\0');
     std::string_view key;
     std::string_view value;
     std::string_view more;

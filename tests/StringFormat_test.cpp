@@ -61,8 +61,8 @@ TEST(FormatDeathTest, EndsTheProcessOnLongerOutput) {
     const auto aborted = testing::KilledBySignal(SIGABRT);
     EXPECT_EXIT((void)Format("%s", text.c_str()), aborted, "");
     EXPECT_EXIT((void)Format("%100000d", 7), aborted, "");
-    const char* volatile moreThanAnIntCounts = "%2147483647d%d"; // unseen by the compiler, which would warn
-    EXPECT_EXIT((void)Format(moreThanAnIntCounts, 7, 7), aborted, "");
+    const char* volatile moreThanAnIntCounts = "%2147483648d"; // unseen by the compiler, which would warn
+    EXPECT_EXIT((void)Format(moreThanAnIntCounts, 7), aborted, "");
 }
 
 class Times : public testing::Test {

@@ -117,8 +117,8 @@ TEST(Split, TakesTextsOfAnyLength) {
 }
 
 TEST(TokenReader, LeavesTheTokenAloneAtTheEnd) {
-    const vrx::TokenRules rules(",", 0);
-    vrx::TokenReader reader("a,", rules);
+    const vrx::ByteSet comma(",");
+    vrx::TokenReader reader("a,", comma, 0);
     std::string_view token;
     ASSERT_TRUE(reader.Next(token));
     EXPECT_EQ(token, "a");

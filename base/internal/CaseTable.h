@@ -1,7 +1,9 @@
 #pragma once
 
+#include <algorithm>
 #include <cctype>
 #include <cstdint>
+#include <string_view>
 
 namespace vrx {
 
@@ -15,6 +17,13 @@ inline const int32_t* LowerTable() {
 /// As LowerTable, for toupper(3).
 inline const int32_t* UpperTable() {
     return *::__ctype_toupper_loc();
+}
+
+/// Whether the bytes at `text`, as many as `wanted` has, equal it without regard to case.
+inline bool EqualIgnoringCase(const char* text, std::string_view wanted, const int32_t* lower) {
+    return std::equal(wanted.begin(), wanted.end(), text, [lower](char a, char b) {
+        return lower[static_cast<unsigned char>(a)] == lower[static_cast<unsigned char>(b)];
+    });
 }
 
 /// As strcasecmp(3): compares two C strings without regard to case in the current C locale, whose LowerTable

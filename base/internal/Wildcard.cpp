@@ -26,7 +26,8 @@ size_t FindRun(std::string_view text, std::string_view run) {
 
 /// The part of the pattern before its first star.
 std::string_view FirstRun(std::string_view pattern) {
-    return pattern.substr(0, pattern.find('*'));
+    const auto star = std::find(pattern.begin(), pattern.end(), '*');
+    return pattern.substr(0, static_cast<size_t>(star - pattern.begin()));
 }
 
 /// A star that absorbs text: what is left for the pattern behind it.
