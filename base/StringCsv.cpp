@@ -4,6 +4,7 @@
 #include "base/StringText.h"
 #include "base/internal/Blanks.h"
 
+#include <algorithm>
 #include <string_view>
 
 namespace {
@@ -18,7 +19,7 @@ const char* TakeUpTo(std::string& field, const char* cursor, char end) {
     for (;;) {
         const char* run = cursor;
         while (*cursor != '\0' && *cursor != '\n' && *cursor != end) ++cursor;
-        field.append(run, cursor);
+        field.append(run, static_cast<size_t>(cursor - run));
         if (*cursor == '\0' || *cursor == end) return cursor;
         field += "\r\n";
         ++cursor;
@@ -38,21 +39,26 @@ const char* TakeQuoted(std::string& field, const char* cursor, char quote) {
 }
 
 bool NeedsQuotes(std::string_view field, char separator, char quote) {
-    bool special = false; // without an early exit the compiler looks at many bytes at once
-    for (const char c : field) special |= c == separator || c == quote || c == '\r';
-    return special;
+    char found = 0; // bytes without an early exit: the compiler compares many at once
+    for (const char c : field) {
+        found = static_cast<char>(found | (c == separator) | (c == quote) | (c == '\r'));
+    }
+    return found != 0;
 }
 
 /// Carriage returns are dropped, since a reader restores them in front of line feeds.
 void AppendQuoted(std::string& row, std::string_view field, char quote) {
+    constexpr size_t kChunk = 256;
     row += quote;
-    for (size_t pos = 0; pos < field.size();) {
-        const size_t run = pos;
-        while (pos < field.size() && field[pos] != '\r' && field[pos] != quote) ++pos;
-        row.append(field, run, pos - run);
-        if (pos == field.size()) break;
-        if (field[pos] != '\r') row.append(2, quote);
-        ++pos;
+    for (; !field.empty(); field.remove_prefix(std::min(kChunk, field.size()))) {
+        char block[kChunk * 2]; // one append for many characters
+        char* end = block;
+        for (const char c : field.substr(0, kChunk)) {
+            if (c == '\r') continue;
+            if (c == quote) *end++ = quote;
+            *end++ = c;
+        }
+        row.append(block, static_cast<size_t>(end - block));
     }
     row += quote;
 }

@@ -7,10 +7,11 @@
 #include <algorithm>
 #include <array>
 #include <cctype>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <string_view>
-#include <utility>
 
 namespace {
 
@@ -91,72 +92,39 @@ constexpr Scheme kCQuoted("\\\"'", CEscape);
 constexpr Scheme kCEscaped("\\\"'{", CEscape);
 constexpr Scheme kVisible("\r\n", VisibleEscape);
 
-/// Gathers short pieces in a block and appends the block when it is full: an append each would cost more
-/// than the pieces.
-class BlockWriter {
-public:
-    explicit BlockWriter(std::string& out) : m_out(out) {}
-
-    void Add(const Escape& escape) {
-        if (sizeof m_block - m_used < sizeof escape.text) Flush();
-        std::memcpy(m_block + m_used, escape.text, sizeof escape.text);
-        m_used += escape.size;
-    }
-    void Add(std::string_view run) {
-        if (sizeof m_block - m_used < run.size()) Flush();
-        if (sizeof m_block < run.size()) {
-            m_out.append(run);
-            return;
-        }
-        std::memcpy(m_block + m_used, run.data(), run.size());
-        m_used += run.size();
-    }
-    void Flush() {
-        m_out.append(m_block, m_used);
-        m_used = 0;
-    }
-
-private:
-    std::string& m_out;
-    size_t m_used = 0;
-    char m_block[512];
-};
-
 std::string Encoded(std::string_view text, const Scheme& scheme, std::string_view frame) {
+    constexpr size_t kChunk = 512;
     vrx::ByteClass plain([&](unsigned char byte) {
         return std::isprint(byte) != 0 && !scheme.special.Has(static_cast<char>(byte));
     });
     std::string out;
     out.reserve(text.size() * 2 + 50);
-    BlockWriter writer(out);
-    writer.Add(frame);
-    for (size_t pos = 0; pos < text.size();) {
-        const size_t run = pos;
-        pos = plain.SkipWhile(text, pos);
-        writer.Add(text.substr(run, pos - run));
-        if (pos < text.size()) writer.Add(scheme.escapes[static_cast<unsigned char>(text[pos++])]);
+    out += frame;
+    // Chunks become blocks, and blocks are appended: an append per byte would cost more than the byte.
+    for (; !text.empty(); text.remove_prefix(std::min(kChunk, text.size()))) {
+        char block[kChunk * sizeof(Escape::text)];
+        char* end = block;
+        for (const char c : text.substr(0, kChunk)) {
+            if (plain.Has(c)) {
+                *end++ = c;
+                continue;
+            }
+            const Escape& escape = scheme.escapes[static_cast<unsigned char>(c)];
+            std::memcpy(end, escape.text, sizeof escape.text); // a fixed size is copied without a call
+            end += escape.size;
+        }
+        out.append(block, static_cast<size_t>(end - block));
     }
-    writer.Add(frame);
-    writer.Flush();
+    out += frame;
     return out;
 }
 
-/// A string of a known greatest size, filled from the front. No decoder writes more than it reads.
-class Decoded {
-public:
-    explicit Decoded(size_t most) : m_text(most, '\0'), m_end(m_text.data()) {}
+// The decoders write to `to`, which has room for as many bytes as they read, and return the end of what they
+// wrote.
 
-    void Add(char c) { *m_end++ = c; }
-    void Add(std::string_view run) { m_end = std::copy(run.begin(), run.end(), m_end); }
-    std::string Take() {
-        m_text.resize(static_cast<size_t>(m_end - m_text.data()));
-        return std::move(m_text);
-    }
-
-private:
-    std::string m_text;
-    char* m_end;
-};
+char* Copy(char* to, std::string_view run) {
+    return std::copy(run.begin(), run.end(), to);
+}
 
 /// The byte that two bytes behind a percent sign stand for: what strtoul makes of them in base 16, so that
 /// a blank or a sign in front of a digit counts and anything else gives 0.
@@ -168,19 +136,18 @@ char UrlByte(char first, char second) {
     return static_cast<char>(std::strtoul(digits, nullptr, 16));
 }
 
-std::string DecodedUrl(std::string_view text) {
-    Decoded out(text.size());
+char* DecodeUrl(char* to, std::string_view text) {
     for (size_t pos = 0; pos < text.size();) {
-        if (text[pos] == '%' && text.size() - pos > 2) {
-            out.Add(UrlByte(text[pos + 1], text[pos + 2]));
-            pos += 3;
+        if (text[pos] != '%' || text.size() - pos < 3) {
+            const size_t run = pos;
+            pos = std::min(text.find('%', pos + 1), text.size());
+            to = Copy(to, text.substr(run, pos - run));
             continue;
         }
-        const size_t run = pos;
-        pos = std::min(text.find('%', pos + 1), text.size());
-        out.Add(text.substr(run, pos - run));
+        *to++ = UrlByte(text[pos + 1], text[pos + 2]);
+        pos += 3;
     }
-    return out.Take();
+    return to;
 }
 
 /// The low byte of a character reference's number. `digits` is the text behind the "#"; strtoul ends at
@@ -191,50 +158,82 @@ char ReferencedByte(const char* digits) {
     return static_cast<char>(number);
 }
 
-void AddEntity(Decoded& out, std::string_view entity) {
+char* DecodeEntity(char* to, std::string_view entity) {
     if (entity[1] == '#')
-        out.Add(ReferencedByte(entity.data() + 2));
+        *to++ = ReferencedByte(entity.data() + 2);
     else if (entity == "&quot;")
-        out.Add('"');
+        *to++ = '"';
     else if (entity == "&amp;")
-        out.Add('&');
+        *to++ = '&';
     else if (entity == "&apos;")
-        out.Add('\'');
+        *to++ = '\'';
     else if (entity == "&lt;")
-        out.Add('<');
+        *to++ = '<';
     else if (entity == "&gt;")
-        out.Add('>');
+        *to++ = '>';
     else
-        out.Add(entity);
+        to = Copy(to, entity);
+    return to;
 }
 
-std::string DecodedXml(std::string_view text) {
-    Decoded out(text.size());
+char* DecodeXml(char* to, std::string_view text) {
     for (size_t pos = 0; pos < text.size();) {
-        const size_t start = std::min(text.find('&', pos), text.size());
-        out.Add(text.substr(pos, start - pos));
-        const size_t end = text.find(';', start);
+        if (text[pos] != '&') {
+            const size_t run = pos;
+            pos = std::min(text.find('&', pos), text.size());
+            to = Copy(to, text.substr(run, pos - run));
+            continue;
+        }
+        const size_t end = text.find(';', pos);
         // an "&" without a ";" drops the rest of the text: callers rely on it
         if (end == text.npos) break;
+        to = DecodeEntity(to, text.substr(pos, end + 1 - pos));
         pos = end + 1;
-        AddEntity(out, text.substr(start, pos - start));
     }
-    return out.Take();
+    return to;
 }
 
-std::string DecodedC(std::string_view text) {
-    static constexpr vrx::ByteSet kSpecial("\\\"");
-    Decoded out(text.size());
-    for (size_t pos = 0; pos < text.size();) {
-        const size_t run = pos;
-        pos = vrx::FindFirst(text, pos, kSpecial);
-        out.Add(text.substr(run, pos - run));
-        if (pos == text.size()) break;
-        const char c = text[pos++];
-        if (c == '"') continue; // unescaped quotes only frame the text
-        out.Add(pos < text.size() ? vrx::TakeEscape(text, pos, 1) : c);
+/// Whether one of the word's bytes is `c`, by the usual test for a zero byte among those of a difference.
+constexpr bool HasByte(uint64_t word, char c) {
+    constexpr uint64_t kOnes = 0x0101010101010101;
+    word ^= kOnes * static_cast<unsigned char>(c);
+    return ((word - kOnes) & ~word & (kOnes << 7)) != 0;
+}
+
+/// Copies the run of bytes at `pos` that are neither backslashes nor double quotes: word by word first, then
+/// byte by byte.
+char* CopyPlainC(char* to, std::string_view text, size_t& pos) {
+    uint64_t word = 0;
+    for (; text.size() - pos >= sizeof word; pos += sizeof word, to += sizeof word) {
+        std::memcpy(&word, text.data() + pos, sizeof word);
+        if (HasByte(word, '\\') || HasByte(word, '"')) break;
+        std::memcpy(to, &word, sizeof word);
     }
-    return out.Take();
+    while (pos < text.size() && text[pos] != '\\' && text[pos] != '"') *to++ = text[pos++];
+    return to;
+}
+
+char* DecodeC(char* to, std::string_view text) {
+    for (size_t pos = 0; pos < text.size();) {
+        const char c = text[pos];
+        if (c == '\\' && pos + 1 < text.size()) {
+            ++pos;
+            *to++ = vrx::TakeEscape(text, pos, 1);
+        } else if (c == '"') {
+            ++pos; // unescaped quotes only frame the text
+        } else {
+            *to++ = c;
+            ++pos;
+            to = CopyPlainC(to, text, pos);
+        }
+    }
+    return to;
+}
+
+void DecodeWith(std::string& output, const std::string& input, char* (*decode)(char*, std::string_view)) {
+    const auto room = std::make_unique_for_overwrite<char[]>(input.size());
+    const char* end = decode(room.get(), input);
+    output.assign(room.get(), static_cast<size_t>(end - room.get()));
 }
 
 } // namespace
@@ -265,13 +264,13 @@ void String::Encode(std::string& output, const std::string& input, Encoding enco
 void String::Decode(std::string& output, const std::string& input, Encoding encoding) {
     switch (encoding) {
     case encURL:
-        output = DecodedUrl(input);
+        DecodeWith(output, input, DecodeUrl);
         break;
     case encXML:
-        output = DecodedXml(input);
+        DecodeWith(output, input, DecodeXml);
         break;
     case encCQuoted:
-        output = DecodedC(input);
+        DecodeWith(output, input, DecodeC);
         break;
     default:
         output = input;

@@ -22,6 +22,12 @@ std::ostream& operator<<(std::ostream& out, const Expansion& e) {
     return out << testing::PrintToString(e.text) << " with log " << testing::PrintToString(e.log);
 }
 
+/// The name of macro number `i`.
+std::string Name(int i) {
+    std::string name = "m";
+    return name.append(std::to_string(i));
+}
+
 Expansion Expanded(const std::string& text, const Macros& macros, bool check = false, char delimiter = '$') {
     Expansion result{"old", ""};
     result.log = String::ExpandDelimited(result.text, text, macros, check, delimiter);
@@ -147,10 +153,10 @@ TEST(ExpandIdentifier, ManyMacrosAndWords) {
     Macros macros;
     std::string text;
     std::string want;
-    for (int i = 0; i < 1000; ++i) macros["m" + std::to_string(i)] = std::to_string(i * 7);
+    for (int i = 0; i < 1000; ++i) macros[Name(i)] = std::to_string(i * 7);
     for (int i = 0; i < 5000; ++i) {
-        text += "m" + std::to_string(i % 1500) + " ";
-        want += (i % 1500 < 1000 ? std::to_string(i % 1500 * 7) : "m" + std::to_string(i % 1500)) + " ";
+        text += Name(i % 1500) + " ";
+        want += (i % 1500 < 1000 ? std::to_string(i % 1500 * 7) : Name(i % 1500)) + " ";
     }
     EXPECT_EQ(String::ExpandIdentifier(text, macros, nullptr), want);
 }
@@ -255,8 +261,8 @@ TEST(ExpandDelimited, OutputMayBeTheTextOrAValue) {
 TEST(ExpandDelimited, LongChainsOfMacros) {
     Macros macros;
     const int count = 200'000;
-    for (int i = 0; i < count; ++i) macros["m" + std::to_string(i)] = "$m" + std::to_string(i + 1) + "$.";
-    macros["m" + std::to_string(count)] = "end";
+    for (int i = 0; i < count; ++i) macros[Name(i)] = "$m"s + std::to_string(i + 1) + "$.";
+    macros[Name(count)] = "end";
     EXPECT_EQ(Expanded("$m0$", macros), (Expansion{"end" + std::string(count, '.'), ""}));
 }
 
@@ -265,9 +271,9 @@ TEST(ExpandDelimited, ManyMacros) {
     std::string text;
     std::string want;
     std::string log;
-    for (int i = 0; i < 1000; ++i) macros["m" + std::to_string(i)] = std::to_string(i * 7);
+    for (int i = 0; i < 1000; ++i) macros[Name(i)] = std::to_string(i * 7);
     for (int i = 0; i < 5000; ++i) {
-        const std::string name = "m" + std::to_string(i % 1500);
+        const std::string name = Name(i % 1500);
         if (i % 1500 >= 1000)
             log += "Undefined macro '" + name + "' at index " + std::to_string(text.size()) + "\n";
         want += i % 1500 < 1000 ? std::to_string(i % 1500 * 7) : "$" + name + "$";
