@@ -112,6 +112,12 @@ std::vector<FaultStep> Interrupted(std::string_view reply, size_t at, millisecon
     return {SendStep(reply.substr(0, at)), TimeStep(FaultStep::kWait, time), SendStep(reply.substr(at))};
 }
 
+std::mt19937_64 Seeded(uint64_t seed, uint64_t connection) {
+    std::seed_seq both{static_cast<uint32_t>(seed), static_cast<uint32_t>(seed >> 32),
+                       static_cast<uint32_t>(connection), static_cast<uint32_t>(connection >> 32)};
+    return std::mt19937_64(both);
+}
+
 } // namespace
 
 std::string ParseFaults(std::string_view text, std::vector<Fault>& faults) {
@@ -177,11 +183,7 @@ std::vector<FaultStep> PlanFault(const Fault& fault, std::string_view reply) {
     return {};
 }
 
-FaultDice::FaultDice(uint64_t seed, uint64_t connection) {
-    std::seed_seq both{static_cast<uint32_t>(seed), static_cast<uint32_t>(seed >> 32),
-                       static_cast<uint32_t>(connection), static_cast<uint32_t>(connection >> 32)};
-    m_random.seed(both);
-}
+FaultDice::FaultDice(uint64_t seed, uint64_t connection) : m_random(Seeded(seed, connection)) {}
 
 const Fault* FaultDice::Roll(const std::vector<Fault>& faults, double chance) {
     if (faults.empty()) return nullptr;

@@ -96,9 +96,9 @@ std::string AnswerConnect(std::string_view arguments) {
 
 std::string AnswerStatus(const ServerFigures& figures) {
     std::array<char, 160> line;
-    std::snprintf(line.data(), line.size(), "clients=%zu packets=%llu errors=%llu uptime=%.1fs",
-                  figures.clients, static_cast<unsigned long long>(figures.packets),
-                  static_cast<unsigned long long>(figures.errors), figures.uptimeSeconds);
+    (void)std::snprintf(line.data(), line.size(), "clients=%zu packets=%llu errors=%llu uptime=%.1fs",
+                        figures.clients, static_cast<unsigned long long>(figures.packets),
+                        static_cast<unsigned long long>(figures.errors), figures.uptimeSeconds);
     return line.data();
 }
 

@@ -36,7 +36,7 @@ vrx::ServerOptions Resolve(const Arguments& arguments) {
 
 int Serve(const Arguments& arguments) {
     if (arguments.faults != "help") return vrx::RunLoopbackServer(Resolve(arguments));
-    std::fputs(vrx::DescribeFaults().c_str(), stdout);
+    (void)std::fputs(vrx::DescribeFaults().c_str(), stdout);
     return kDone;
 }
 
