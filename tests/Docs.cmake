@@ -1,0 +1,31 @@
+# The commands that README and the guides show are run, and what they print is compared.
+if(NOT TARGET vrx)
+  return()
+endif()
+
+add_executable(console_blocks docs/console_blocks.cpp support/Subprocess.cpp)
+target_include_directories(console_blocks PRIVATE ${PROJECT_SOURCE_DIR})
+target_link_libraries(console_blocks PRIVATE vrx_build_options)
+add_dependencies(console_blocks vrx VRX_talker_norvo)
+
+file(GLOB pages CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/README.md ${PROJECT_SOURCE_DIR}/docs/*.md)
+set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${pages})
+foreach(page IN LISTS pages)
+  file(STRINGS ${page} blocks REGEX "^```console$")
+  if(blocks)
+    cmake_path(GET page STEM name)
+    add_test(NAME docs.${name} COMMAND console_blocks ${page})
+    set_tests_properties(docs.${name} PROPERTIES ENVIRONMENT_MODIFICATION
+      "PATH=path_list_prepend:${PROJECT_BINARY_DIR}/examples;PATH=path_list_prepend:${PROJECT_BINARY_DIR}")
+  endif()
+endforeach()
+
+# The comparison itself: tells what differs from what only varies.
+add_test(NAME docs.comparison COMMAND console_blocks ${CMAKE_CURRENT_SOURCE_DIR}/docs/comparison.md)
+set_tests_properties(docs.comparison PROPERTIES PASS_REGULAR_EXPRESSION "13 commands run, 7 differ")
+add_test(NAME docs.comparison_of_printed COMMAND sh -c
+  "echo 'took 2.5 ms, 1 failed' | $<TARGET_FILE:console_blocks> ${CMAKE_CURRENT_SOURCE_DIR}/docs/comparison.md script/x")
+add_test(NAME docs.comparison_of_other_printed COMMAND sh -c
+  "echo 'took 2.5 ms, 2 failed' | $<TARGET_FILE:console_blocks> ${CMAKE_CURRENT_SOURCE_DIR}/docs/comparison.md script/x")
+set_tests_properties(docs.comparison_of_other_printed PROPERTIES
+  PASS_REGULAR_EXPRESSION "shown:\n *took 1.0 ms, 1 failed\n *printed:\n *took 2.5 ms, 2 failed")
