@@ -127,19 +127,21 @@ constexpr const char* kCUpper = R"(\177)"
 } // namespace
 
 TEST(Encode, CQuotedOfEveryByte) {
-    EXPECT_EQ(
-        Encoded(AllBytes(), String::encCQuoted),
-        "\""s + kCControls +
-            R"( !\"#$%&\'()*+,-./0123456789:;<=>?@ABCDEFGHIJKLMNOPQRSTUVWXYZ[\\]^_`abcdefghijklmnopqrstuvwxyz{|}~)" +
-            kCUpper + "\"");
+    std::string want = "\"";
+    want += kCControls;
+    want += R"( !\"#$%&\'()*+,-./0123456789:;<=>?@ABCDEFGHIJKLMNOPQRSTUVWXYZ[\\]^_`)";
+    want += "abcdefghijklmnopqrstuvwxyz{|}~";
+    want += kCUpper;
+    want += "\"";
+    EXPECT_EQ(Encoded(AllBytes(), String::encCQuoted), want);
 }
 
 TEST(Encode, CEscapedOfEveryByte) {
-    EXPECT_EQ(
-        Encoded(AllBytes(), String::encCEscaped),
-        kCControls +
-            R"( !\"#$%&\'()*+,-./0123456789:;<=>?@ABCDEFGHIJKLMNOPQRSTUVWXYZ[\\]^_`abcdefghijklmnopqrstuvwxyz\{|}~)"s +
-            kCUpper);
+    std::string want = kCControls;
+    want += R"( !\"#$%&\'()*+,-./0123456789:;<=>?@ABCDEFGHIJKLMNOPQRSTUVWXYZ[\\]^_`)";
+    want += R"(abcdefghijklmnopqrstuvwxyz\{|}~)";
+    want += kCUpper;
+    EXPECT_EQ(Encoded(AllBytes(), String::encCEscaped), want);
 }
 
 TEST(Encode, VisibleOfEveryByte) {
@@ -316,7 +318,7 @@ TEST(Decode, Xml) {
             {"hexadecimal minus", "&#x-2;", "\xFE"},
             {"greatest number", "&#18446744073709551615;", "\xFF"},
             {"one more saturates", "&#18446744073709551616;", "\xFF"},
-            {"a very long number saturates", "&#x" + std::string(1000, '1') + "0;", "\xFF"},
+            {"a very long number saturates", std::string(1000, '1').insert(0, "&#x").append("0;"), "\xFF"},
             {"a negative saturates", "&#-99999999999999999999;", "\xFF"},
             {"octal digit 8 ends it", "&#018;", "\x01"},
             {"ampersand inside a number", "&#6&5;", "\x06"},
