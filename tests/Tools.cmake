@@ -22,8 +22,12 @@ target_link_libraries(tool_tests PRIVATE vrx_build_options Threads::Threads GTes
 add_dependencies(tool_tests vrx)
 gtest_discover_tests(tool_tests DISCOVERY_TIMEOUT 60)
 
-# Not a test but a run of many minutes: see script/soak.
-add_executable(soak soak/soak.cpp support/ScriptedServer.cpp support/Subprocess.cpp)
-target_include_directories(soak PRIVATE ${PROJECT_SOURCE_DIR})
-target_link_libraries(soak PRIVATE vrx_build_options Threads::Threads GTest::gtest ${CMAKE_DL_LIBS})
-add_dependencies(soak VRX_talker_norvo vrx)
+# Not tests but runs of their own: see script/soak and script/fault-table.
+foreach(run soak fault_table)
+  add_executable(${run} reliability/${run}.cpp support/Subprocess.cpp)
+  target_include_directories(${run} PRIVATE ${PROJECT_SOURCE_DIR})
+  target_link_libraries(${run} PRIVATE vrx_build_options Threads::Threads ${CMAKE_DL_LIBS})
+  add_dependencies(${run} VRX_talker_norvo vrx)
+endforeach()
+target_sources(soak PRIVATE support/ScriptedServer.cpp)
+target_link_libraries(soak PRIVATE GTest::gtest)

@@ -37,6 +37,7 @@ struct Totals {
     uint64_t clients = 0;
     uint64_t packets = 0;
     uint64_t errors = 0;
+    uint64_t faults = 0;
 };
 
 class Connection;
@@ -169,7 +170,8 @@ bool Connection::AnswerPacket(std::string_view packet) {
         fault = m_dice.Roll(m_service.options.faults, m_service.options.faultRate);
     }
     const std::string_view reply(reinterpret_cast<const char*>(m_reply.data()), m_reply.size() * 4);
-    if (fault == nullptr) return Send(reply);
+    if (fault == nullptr || m_service.totals.faults == m_service.options.faultLimit) return Send(reply);
+    ++m_service.totals.faults;
     m_faultSteps = PlanFault(*fault, reply);
     m_nextFaultStep = 0;
     return RunFaultSteps();

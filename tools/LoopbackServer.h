@@ -25,8 +25,9 @@ struct ServerOptions {
     size_t mostClients = 256;
     std::chrono::milliseconds idle{300000}; ///< a client silent for longer is disconnected
 
-    std::vector<Fault> faults; ///< how replies to pumped blocks are spoilt; empty: none is
-    double faultRate = 1;      ///< the chance of each such reply to be spoilt
+    std::vector<Fault> faults;        ///< how replies to pumped blocks are spoilt; empty: none is
+    double faultRate = 1;             ///< the chance of each such reply to be spoilt
+    uint64_t faultLimit = UINT64_MAX; ///< replies that are spoilt in all
     uint64_t faultSeed = 1;
 };
 

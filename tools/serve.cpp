@@ -101,6 +101,8 @@ void AddFaults(CLI::App& command, Arguments& arguments) {
     command.add_option("--fault-rate", server.faultRate, "The chance of each such reply to be spoilt")
         ->capture_default_str()
         ->check(CLI::Range(0.0, 1.0));
+    command.add_option("--fault-limit", server.faultLimit,
+                       "Spoil no more replies than this in all; default: no limit");
     command
         .add_option("--seed", server.faultSeed, "The same seed spoils the same replies of each connection")
         ->capture_default_str();

@@ -499,9 +499,10 @@ TEST(ServeFaults, RefusesConnectionsForAWhile) {
     EXPECT_EQ(RawClient(server.Port()).Ask("connect,127.0.0.1,1"), "connected");
 }
 
-/// What a fresh server with this seed does to the blocks of one connection: '.' answered, 't' text.
-std::string Course(const char* seed) {
-    const Serve server({"--faults", "text", "--fault-rate", "0.5", "--seed", seed});
+/// What a fresh server with these options does to the blocks of one connection: '.' answered, 't' text.
+std::string Course(std::vector<std::string> options) {
+    options.insert(options.begin(), {"--faults", "text"});
+    const Serve server(options);
     const RawClient client(server.Port());
     std::string course;
     for (int i = 0; i < 40; ++i) {
@@ -518,11 +519,16 @@ std::string Course(const char* seed) {
 }
 
 TEST(ServeFaults, RepeatThemselvesForTheSameSeed) {
-    const std::string course = Course("7");
+    const std::string course = Course({"--fault-rate", "0.5", "--seed", "7"});
     EXPECT_NE(course.find('.'), course.npos);
     EXPECT_NE(course.find('t'), course.npos);
-    EXPECT_EQ(Course("7"), course);
-    EXPECT_NE(Course("8"), course);
+    EXPECT_EQ(Course({"--fault-rate", "0.5", "--seed", "7"}), course);
+    EXPECT_NE(Course({"--fault-rate", "0.5", "--seed", "8"}), course);
+}
+
+TEST(ServeFaults, EndAtTheirLimit) {
+    EXPECT_EQ(Course({"--fault-limit", "3"}), "ttt" + std::string(37, '.'));
+    EXPECT_EQ(Course({"--fault-limit", "0"}), std::string(40, '.'));
 }
 
 } // namespace
