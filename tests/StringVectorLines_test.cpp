@@ -1,4 +1,5 @@
 #include "base/StringVector.h"
+#include "tests/support/NoMemory.h"
 
 #include <gtest/gtest.h>
 
@@ -7,6 +8,7 @@
 #include <fstream>
 #include <initializer_list>
 #include <iterator>
+#include <new>
 #include <string>
 #include <sys/stat.h>
 #include <thread>
@@ -144,6 +146,24 @@ TEST_F(StringVectorFile, LoadsAFileOfUnstatedLength) {
     EXPECT_EQ(list.LoadFromFile("/proc/version"), 1);
     ASSERT_EQ(list.size(), 1u);
     EXPECT_EQ(list[0] + "\n", Bytes("/proc/version"));
+}
+
+size_t OpenDescriptors() {
+    size_t count = 0;
+    for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) ++count;
+    return count;
+}
+
+TEST_F(StringVectorFile, LackOfMemoryClosesTheFile) {
+    const std::string path = Write("a", "x\n");
+    const size_t before = OpenDescriptors();
+    string_vector list = List({"old"});
+    const auto load = [&] {
+        const NoMemory noMemory;
+        list.LoadFromFile(path.c_str());
+    };
+    EXPECT_THROW(load(), std::bad_alloc);
+    EXPECT_EQ(OpenDescriptors(), before);
 }
 
 TEST_F(StringVectorFile, NameMayStandInTheList) {
