@@ -39,6 +39,19 @@ private:
     pthread_mutex_t& m_mutex;
 };
 
+/// Room for one packet, not cleared: in the object itself for the usual block, else on the heap.
+class PacketBuffer {
+public:
+    explicit PacketBuffer(size_t size) {
+        if (size > sizeof m_near) m_far = std::make_unique_for_overwrite<unsigned char[]>(size);
+    }
+    unsigned char* Bytes() { return m_far ? m_far.get() : m_near; }
+
+private:
+    std::unique_ptr<unsigned char[]> m_far;
+    unsigned char m_near[8192];
+};
+
 int32_t ToPort(const std::string& text) {
     return static_cast<int32_t>(std::strtol(text.c_str(), nullptr, 10));
 }
@@ -61,46 +74,22 @@ void UnpackPin(uint32_t word, unsigned& first, unsigned& second, unsigned& third
 
 } // namespace
 
+/// The text behind an object's name. It is copied at its full room, which takes an instruction or two where
+/// its size would take a call; the zeroes behind the last one pad the packet, and run up to kRoom bytes past
+/// its end.
+struct CVRXTalker_impl::MemberText {
+    static constexpr size_t kRoom = 16;
+    char text[kRoom];
+    size_t size;
+};
+
 /// What is asked of the server: words for the input object, words back from the output object.
-/// The object path text is "<layout>,<input><member>,<output><member>".
 struct CVRXTalker_impl::Command {
     std::string_view layout;
-    std::string_view input;
-    std::string_view output;
-    std::string_view member;
+    const MemberText& member; // of both objects: what is written to and read from
     const void* words;
     uint32_t wordCount;
     uint32_t replyWords;
-
-    size_t TextLength() const { return layout.size() + input.size() + output.size() + 2 * member.size() + 2; }
-
-    /// The text's bytes with its terminating zero, padded with zeroes to whole words.
-    size_t TextBytes() const { return (TextLength() | 3) + 1; }
-
-    uint64_t TotalBytes() const {
-        return kCommandHeaderBytes + uint64_t{4} * (uint64_t{wordCount} + 1) + TextBytes();
-    }
-
-    /// | offset | content |
-    /// |---|---|
-    /// | 0, 4 | packet marker, total length in bytes |
-    /// | 8 | words from offset 16 up to the text |
-    /// | 12 | command code |
-    /// | 16 | words that the reply is to carry from its offset 16 on |
-    /// | 20 | the words for the input object, then the text |
-    void Write(unsigned char* packet) const {
-        vrx::LeWriter to(packet);
-        to.U32(CTcpIOTalk::kPacketMarker);
-        to.U32(static_cast<uint32_t>(TotalBytes()));
-        to.U32(wordCount + 1);
-        to.U32(kObjectCommand);
-        to.U32(replyWords);
-        to.Raw(words, size_t{4} * wordCount);
-        for (const std::string_view piece :
-             {layout, std::string_view(","), input, member, std::string_view(","), output, member})
-            to.Raw(piece.data(), piece.size());
-        to.Zeros(TextBytes() - TextLength());
-    }
 };
 
 CVRXTalker* TalkerFactory() {
@@ -167,27 +156,60 @@ bool CVRXTalker_impl::Connect() {
     return false;
 }
 
-/// Sends a command and waits for the reply packet. On success `packet` points at it, into the channel's
-/// buffer. Otherwise the failure has been printed; except that a text in place of the packet goes to
-/// `textReply`, if the caller wants it, to be reported there.
+/// Writes a command packet of `size` bytes, and up to MemberText::kRoom zeroes behind it:
+///
+/// | offset | content |
+/// |---|---|
+/// | 0, 4 | packet marker, total length in bytes |
+/// | 8 | words from offset 16 up to the text |
+/// | 12 | command code |
+/// | 16 | words that the reply is to carry from its offset 16 on |
+/// | 20 | the words for the input object |
+/// | then | "<layout>,<input><member>,<output><member>", a zero byte, zeroes up to a whole word |
+void CVRXTalker_impl::WritePacket(unsigned char* packet, uint32_t size, const Command& command) const {
+    vrx::LeWriter to(packet);
+    to.U32(CTcpIOTalk::kPacketMarker);
+    to.U32(size);
+    to.U32(command.wordCount + 1);
+    to.U32(kObjectCommand);
+    to.U32(command.replyWords);
+    to.Raw(command.words, size_t{4} * command.wordCount);
+    to.Raw(command.layout.data(), command.layout.size());
+    to.Raw(",", 1);
+    to.Raw(m_input.data(), m_input.size());
+    to.Part(command.member.text, command.member.size);
+    to.Raw(",", 1);
+    to.Raw(m_output.data(), m_output.size());
+    to.Part(command.member.text, command.member.size);
+}
+
+/// Bytes of a command's packet; the text always ends in one to four zeroes.
+uint64_t CVRXTalker_impl::PacketSize(const Command& command) const {
+    const size_t text =
+        command.layout.size() + m_input.size() + m_output.size() + 2 * command.member.size + 2;
+    return kCommandHeaderBytes + uint64_t{4} * (uint64_t{command.wordCount} + 1) + (text | 3) + 1;
+}
+
+/// Sends a command and waits for the reply. On success `packet` points at it, into the channel's buffer. A
+/// reply that is no packet gives kNotAPacket, with the text that came instead in `text`; that is left to the
+/// caller to report, all other failures have been.
 int CVRXTalker_impl::Exchange(const char* operation, const Command& command, const unsigned char*& packet,
-                              std::string* textReply) {
+                              std::string& text) {
     if (!m_tcpio) {
         std::printf("CVRXTalker::%s: m_tcpio is NULL\n", operation);
         return CTcpIOTalk::kNoConnection;
     }
-    std::string reply;
     void* data = nullptr;
     int length = 0;
     int result = CTcpIOTalk::kSendFailed;
-    const uint64_t size = command.TotalBytes();
+    const uint64_t size = PacketSize(command);
     if (size <= kLongestPacket) {
-        const auto bytes = std::make_unique_for_overwrite<unsigned char[]>(size);
-        command.Write(bytes.get());
+        PacketBuffer buffer(size + MemberText::kRoom);
+        WritePacket(buffer.Bytes(), static_cast<uint32_t>(size), command);
         MutexRef mutex(m_mutex);
         const std::lock_guard lock(mutex);
-        result = m_tcpio->SendBinaryMessage(m_server.c_str(), m_servport, bytes.get(), static_cast<int>(size),
-                                            reply, data, length, kReplyTimeout, true);
+        result = m_tcpio->SendBinaryMessage(m_server.c_str(), m_servport, buffer.Bytes(),
+                                            static_cast<int>(size), text, data, length, kReplyTimeout, true);
     }
     if (result < 0) {
         std::printf("CVRXTalker::%s: SendBinaryMessage failed with %d\n", operation, result);
@@ -195,22 +217,20 @@ int CVRXTalker_impl::Exchange(const char* operation, const Command& command, con
     }
     packet = static_cast<const unsigned char*>(data);
     // The reply's length is not compared with what was asked for: servers may send less than they announce.
-    if (vrx::LoadLe32(packet) == CTcpIOTalk::kPacketMarker) return result;
-    if (textReply && !reply.empty())
-        *textReply = std::move(reply);
-    else
-        std::printf("CVRXTalker::%s: SendBinaryMessage did not reply with packet\n", operation);
-    return kNotAPacket;
+    return vrx::LoadLe32(packet) == CTcpIOTalk::kPacketMarker ? result : kNotAPacket;
 }
 
 int CVRXTalker_impl::PumpAudio(const void* in, void* out, unsigned inCount, unsigned outCount) {
-    const Command command{
-        m_layout, m_input, m_output, ".samples[0]", in, inCount, outCount + kReplyHeadWords};
+    static constexpr MemberText kSamples{".samples[0]", 11};
+    const Command command{m_layout, kSamples, in, inCount, outCount + kReplyHeadWords};
     const unsigned char* packet = nullptr;
     std::string text;
-    const int result = Exchange("PumpAudio", command, packet, &text);
-    if (!text.empty())
+    const int result = Exchange("PumpAudio", command, packet, text);
+    if (result == kNotAPacket && text.empty()) {
+        std::puts("CVRXTalker::PumpAudio: SendBinaryMessage did not reply with packet");
+    } else if (result == kNotAPacket) {
         std::printf("CVRXTalker::PumpAudio: SendBinaryMessage replied with %s\n", text.c_str());
+    }
     if (result < 0) return result;
 
     constexpr unsigned kWordsInBuffer = (CTcpIOTalk::kBufferSize - kReplyData) / 4;
@@ -224,9 +244,13 @@ int CVRXTalker_impl::PinProps(unsigned& in1, unsigned& in2, unsigned& in3, unsig
                               unsigned& out3) {
     constexpr unsigned char kNoWords[16] = {};
     // "-1" stands where PumpAudio names its layout: pins are asked for outside any layout.
-    const Command command{"-1", m_input, m_output, ".info1", kNoWords, 4, 2 + kReplyHeadWords};
+    static constexpr MemberText kInfo{".info1", 6};
+    const Command command{"-1", kInfo, kNoWords, 4, 2 + kReplyHeadWords};
     const unsigned char* packet = nullptr;
-    const int result = Exchange("PinProps", command, packet, nullptr);
+    std::string text;
+    const int result = Exchange("PinProps", command, packet, text);
+    // A text that came instead is not printed here: only PumpAudio does that.
+    if (result == kNotAPacket) std::puts("CVRXTalker::PinProps: SendBinaryMessage did not reply with packet");
     if (result < 0) return result;
 
     UnpackPin(vrx::LoadLe32(packet + kReplyData), in1, in2, in3);

@@ -35,10 +35,13 @@ public:
 private:
     friend struct CVRXTalker_implLayout;
 
+    struct MemberText;
     struct Command;
 
+    uint64_t PacketSize(const Command& command) const;
+    void WritePacket(unsigned char* packet, uint32_t size, const Command& command) const;
     int Exchange(const char* operation, const Command& command, const unsigned char*& packet,
-                 std::string* textReply);
+                 std::string& text);
 
     std::string m_server;
     int32_t m_servport = 0;

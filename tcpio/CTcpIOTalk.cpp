@@ -196,7 +196,7 @@ void CTcpIOTalk::Tick() {
 }
 
 /// Disarms the countdown and returns false, or returns true once it has expired and the watchdog has let go.
-bool CTcpIOTalk::Expired() {
+inline bool CTcpIOTalk::Expired() {
     int32_t ticks = m_countdown;
     while (ticks != kExpired) {
         if (ticks == kExpiring) {
@@ -211,7 +211,7 @@ bool CTcpIOTalk::Expired() {
 
 /// Receives once behind the first `at` bytes of the buffer and puts a zero byte after what came.
 /// Returns the bytes received (at least 1) or a negative Result.
-int CTcpIOTalk::ReceiveOnce(int at, int ticks) {
+inline int CTcpIOTalk::ReceiveOnce(int at, int ticks) {
     if (at >= kBufferSize) return kPeerClosed;
     m_countdown = ticks;
     const ssize_t received = ::recv(m_socket, m_buffer + at, static_cast<size_t>(kBufferSize - at), 0);

@@ -38,8 +38,11 @@ public:
         m_next += count;
     }
 
-    void Zeros(size_t count) {
-        std::memset(m_next, 0, count);
+    /// Copies all of `room`, of which the first `count` bytes count: what is written next overwrites the
+    /// rest.
+    template <size_t kRoom>
+    void Part(const char (&room)[kRoom], size_t count) {
+        std::memcpy(m_next, room, kRoom);
         m_next += count;
     }
 
