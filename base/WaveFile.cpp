@@ -98,7 +98,8 @@ void WriteHeader(FILE* file, const vrx::WaveFormat& format, bool isFloat, uint32
     if (isFloat) {
         to.U16(20);
         to.U16(32);
-        to.Zeros(8);
+        to.U32(0);
+        to.U32(0);
         to.Raw(kFixedBytes, sizeof kFixedBytes);
     }
     to.Raw("data", 4);
