@@ -31,6 +31,7 @@ public:
     std::vector<std::string> taken; // pieces received
     bool endReached = false;
     bool reconnected = false; // the good server has answered in place of the scripted one
+    bool awaited = false;     // a reply was waited for: what follows is known
     bool broken = false;      // a reply in several pieces broke off: its bytes are nowhere
     std::string reply;
     int length = 0;
@@ -116,6 +117,7 @@ private:
         taken.clear();
         endReached = false;
         reconnected = false;
+        awaited = false;
         broken = false;
     }
 
@@ -142,6 +144,7 @@ private:
     }
 
     int Message(bool raw, bool limited) {
+        awaited = true;
         reply.clear();
         length = 0;
         buffer[0] = 0;
