@@ -1,16 +1,8 @@
 #pragma once
 
-#include <CLI/CLI.hpp>
+#include "tools/Errors.h"
 
-/// The exit codes of `vrx`, as its help lists them.
-enum ExitCode : int {
-    kDone = 0,
-    kWrongUsage = 1,
-    kFileFailed = 2,
-    kCannotConnect = 3,
-    kRunFailed = 4,
-    kInterrupted = 5,
-};
+#include <CLI/CLI.hpp>
 
 /// Each of these adds one subcommand with its options. When the command line selects it, its callback runs
 /// the whole command and leaves the program's exit code in `exitCode`.

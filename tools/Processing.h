@@ -1,5 +1,7 @@
 #pragma once
 
+#include "tools/Samples.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <span>
@@ -9,8 +11,6 @@
 #include <vector>
 
 namespace vrx {
-
-enum class SampleFormat { kF32, kS32 };
 
 /// One step of processing as it is written on the command line.
 struct ProcessStep {

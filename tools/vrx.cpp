@@ -3,10 +3,11 @@
 int main(int argc, char** argv) {
     CLI::App app("Runs audio through a remote processing server, block by block.", "vrx");
     app.require_subcommand(1);
-    app.footer("Exit codes: 0 done, 1 wrong usage, 2 input or output file, 3 cannot connect,\n"
-               "            4 failed while running, 5 interrupted");
+    app.footer("Exit codes: 0 done, 1 wrong usage, 2 input or output file (also the plug-in's),\n"
+               "3 cannot connect, 4 failed while running, 5 interrupted.\n"
+               "More on each command: vrx COMMAND --help");
 
-    int exitCode = kDone;
+    int exitCode = vrx::kDone;
     AddPump(app, exitCode);
     AddPins(app, exitCode);
     AddSend(app, exitCode);
@@ -15,7 +16,9 @@ int main(int argc, char** argv) {
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? kDone : kWrongUsage;
+        if (error.get_exit_code() == 0) return app.exit(error); // a help text
+        vrx::PrintError("vrx", std::string(error.what()) + " (see vrx --help, vrx COMMAND --help)");
+        return vrx::kWrongUsage;
     }
     return exitCode;
 }

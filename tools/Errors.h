@@ -1,0 +1,50 @@
+#pragma once
+
+#include <cstdio>
+#include <exception>
+#include <string>
+
+namespace vrx {
+
+/// The exit codes of `vrx`, as its help lists them.
+enum ExitCode : int {
+    kDone = 0,
+    kWrongUsage = 1,
+    kFileFailed = 2,
+    kCannotConnect = 3,
+    kRunFailed = 4,
+    kInterrupted = 5,
+};
+
+/// Thrown by a command's parts to end the command: its one line on standard error and its exit code. The
+/// message names what failed, where, and what to do about it.
+struct Failure {
+    ExitCode code;
+    std::string message;
+};
+
+/// Writes "<who>: <message>" and a line feed to standard error. Control characters, which can come in
+/// through file names and server replies, become '?', so that it stays one line.
+inline void PrintError(const std::string& who, std::string message) {
+    for (char& c : message) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (byte < 0x20 || byte == 0x7F) c = '?';
+    }
+    std::fprintf(stderr, "%s: %s\n", who.c_str(), message.c_str());
+}
+
+/// Runs the body of a command, prints what ended it early, and returns the exit code.
+template <class Body>
+int RunCommand(const char* who, const Body& body) {
+    try {
+        return body();
+    } catch (const Failure& failure) {
+        PrintError(who, failure.message);
+        return failure.code;
+    } catch (const std::exception& error) {
+        PrintError(who, error.what());
+        return kRunFailed;
+    }
+}
+
+} // namespace vrx

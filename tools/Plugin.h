@@ -1,0 +1,28 @@
+#pragma once
+
+#include "talker/CVRXTalker.h"
+
+#include <memory>
+#include <string>
+
+namespace vrx {
+
+/// The talker's shared library, loaded at run time through its one entry point and unloaded again.
+class Plugin {
+public:
+    /// Loads `path`; when that is "", the first VRX_talker_norvo.so found in the folder of this program, in
+    /// ../lib beside it, or in ../lib/<architecture>. Throws Failure naming the file and the reason.
+    explicit Plugin(const std::string& path);
+    ~Plugin();
+    Plugin(const Plugin&) = delete;
+    Plugin& operator=(const Plugin&) = delete;
+
+    /// A new talker that knows no server yet. It must be gone before the plug-in is.
+    std::unique_ptr<CVRXTalker> CreateTalker() const;
+
+private:
+    void* m_library = nullptr;
+    CVRXTalker* (*m_factory)() = nullptr;
+};
+
+} // namespace vrx

@@ -1,0 +1,61 @@
+#pragma once
+
+#include "tools/AudioFile.h"
+#include "tools/RunStatistics.h"
+#include "tools/Session.h"
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+
+namespace vrx {
+
+/// Sends blocks of one size through a session, each again after a transport fault.
+class BlockPump {
+public:
+    /// words     in every block, both ways
+    /// retries   how often one block may be sent again, each time after a longer pause and a new connect
+    BlockPump(Session& session, unsigned words, unsigned retries);
+
+    /// Sends one block and waits for its reply. A block that the server answers with a negative status is
+    /// a failed block: it is not sent again, and `out` becomes silence. Throws Failure when the retries are
+    /// used up or an interrupt came in a pause.
+    BlockRecord Send(const std::uint32_t* in, std::uint32_t* out);
+
+    /// Seconds since this object was made.
+    double Elapsed() const;
+
+private:
+    using Clock = std::chrono::steady_clock;
+
+    void Recover(int result, BlockRecord& block);
+
+    Session& m_session;
+    unsigned m_words;
+    unsigned m_retries;
+    std::uint64_t m_blocks = 0;
+    Clock::time_point m_start = Clock::now();
+};
+
+/// Milliseconds to wait before the given retry of a block, counted from 1: 500, twice as long each time, at
+/// most 5000.
+int RetryPause(unsigned retry);
+
+/// The most frames whose reply fits the talker's receive buffer.
+std::size_t MostFramesPerBlock(std::size_t channels);
+
+struct FileRun {
+    SampleFormat words = SampleFormat::kF32;
+    std::size_t blockFrames = 0;
+    std::uint64_t tail = 0; ///< frames of silence to send after the end of the input
+};
+
+/// Told after each block; `frames` is how many frames of the block belong to the output.
+using BlockDone = std::function<void(const BlockRecord& block, std::size_t frames)>;
+
+/// Sends the whole input and the tail, the last block filled up with silence, and writes as many frames as
+/// the two have. Throws Failure; kInterrupted when an interrupt came, the block under way completed.
+void PumpFile(BlockPump& pump, AudioReader& reader, AudioWriter& writer, const FileRun& run,
+              const BlockDone& done);
+
+} // namespace vrx

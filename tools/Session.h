@@ -1,0 +1,66 @@
+#pragma once
+
+#include "tools/CapturedOutput.h"
+#include "tools/ConnectionOptions.h"
+#include "tools/Plugin.h"
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+namespace vrx {
+
+/// Both pins' values as the server reports them. `vrx serve` says: frames per block, channels (0: not said),
+/// and 1 when the words are 32-bit floats; other servers may mean something else.
+struct PinValues {
+    unsigned in[3] = {};
+    unsigned out[3] = {};
+};
+
+/// One talker, its server, and what the talker says about its failures.
+class Session {
+public:
+    /// Loads the plug-in; throws Failure. Nothing touches the network yet.
+    Session(const std::string& plugin, ServerSettings server);
+
+    /// Connects. Throws Failure (cannot connect, or interrupted).
+    void Connect();
+
+    /// Connects again after a transport fault with the result `result`; false when that failed.
+    bool Reconnect(int result);
+
+    /// One block: `words` words out and as many back. A result below 0 is a transport fault if
+    /// `TransportFault()`, otherwise the server's own status.
+    int PumpAudio(const std::uint32_t* in, std::uint32_t* out, unsigned words);
+
+    int PinProps(PinValues& pins);
+
+    /// Every negative result of this one is a transport fault.
+    int SendMessage(const char* text, std::string& reply) { return m_talker->SendMessage(text, reply); }
+
+    /// True when the last negative result came from the talker and not from the server: the talker then
+    /// prints a line, while it passes a server's status on in silence.
+    bool TransportFault() const { return !m_complaint.empty(); }
+
+    /// "result -9995: the server closed the connection", for messages.
+    static std::string Describe(int result);
+
+    const ServerSettings& Server() const { return m_server; }
+    float AverageCycles() const { return m_talker->GetAverageCycles(); }
+    float PumpCycles() const { return m_talker->GetPumpCycles(); }
+
+    /// Writes to the program's standard output, past the talker's own lines.
+    void Print(std::string_view text) const { m_output.Print(text); }
+
+private:
+    bool Configure();
+    int Checked(int result);
+
+    ServerSettings m_server;
+    Plugin m_plugin;
+    CapturedOutput m_output;
+    std::unique_ptr<CVRXTalker> m_talker;
+    std::string m_complaint; // what the talker printed during the last failing call
+};
+
+} // namespace vrx
