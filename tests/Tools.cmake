@@ -2,24 +2,44 @@
 if(NOT TARGET vrx)
   return()
 endif()
+find_package(CLI11 REQUIRED)
+find_package(nlohmann_json REQUIRED)
+find_package(PkgConfig REQUIRED)
+pkg_check_modules(SNDFILE REQUIRED IMPORTED_TARGET sndfile)
 
 add_executable(tool_tests
+  ${PROJECT_SOURCE_DIR}/tools/ConnectionOptions.cpp
   ${PROJECT_SOURCE_DIR}/tools/Faults.cpp
   ${PROJECT_SOURCE_DIR}/tools/Processing.cpp
+  ${PROJECT_SOURCE_DIR}/tools/RunStatistics.cpp
+  ${PROJECT_SOURCE_DIR}/tools/Samples.cpp
   ${PROJECT_SOURCE_DIR}/tools/ServerProtocol.cpp
   support/RawClient.cpp
+  support/ScriptedServer.cpp
   support/Subprocess.cpp
   support/Subprocess_test.cpp
+  tools/ConnectionOptions_test.cpp
+  tools/Examples_test.cpp
   tools/Faults_test.cpp
+  tools/Pins_test.cpp
   tools/Processing_test.cpp
+  tools/Pump_test.cpp
+  tools/RunStatistics_test.cpp
+  tools/Samples_test.cpp
+  tools/Send_test.cpp
   tools/ServerProtocol_test.cpp
   tools/serve_test.cpp
 )
 target_compile_definitions(tool_tests PRIVATE
+  VRX_COMPARE_GAIN="$<TARGET_FILE:compare_gain>"
+  VRX_MINIMAL_HOST="$<TARGET_FILE:minimal_host>"
+  VRX_PLUGIN="${PROJECT_BINARY_DIR}/VRX_talker_norvo.so"
   VRX_PROGRAM="$<TARGET_FILE:vrx>")
 target_include_directories(tool_tests PRIVATE ${PROJECT_SOURCE_DIR})
-target_link_libraries(tool_tests PRIVATE vrx_build_options Threads::Threads GTest::gtest_main)
-add_dependencies(tool_tests vrx)
+target_link_libraries(tool_tests PRIVATE VRX_talker_norvo vrx_build_options CLI11::CLI11
+                                         nlohmann_json::nlohmann_json PkgConfig::SNDFILE Threads::Threads
+                                         GTest::gtest_main)
+add_dependencies(tool_tests compare_gain minimal_host vrx)
 gtest_discover_tests(tool_tests DISCOVERY_TIMEOUT 60)
 
 # Not tests but runs of their own: see script/soak and script/fault-table.
