@@ -37,7 +37,7 @@ vrx::ServerOptions Resolve(const Arguments& arguments) {
 int Serve(const Arguments& arguments) {
     if (arguments.faults != "help") return vrx::RunLoopbackServer(Resolve(arguments));
     (void)std::fputs(vrx::DescribeFaults().c_str(), stdout);
-    return kDone;
+    return vrx::kDone;
 }
 
 void AddListening(CLI::App& command, Arguments& arguments) {
