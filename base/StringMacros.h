@@ -29,8 +29,7 @@ VRX_EXPORT std::string ExpandIdentifier(const std::string& text,
                                         const char* extraChars);
 
 /// Replaces the macros in `text`, written between two delimiters ("$name$"), and returns a log of the
-/// problems,
-/// "" if there were none. Values are expanded in the same way.
+/// problems, "" if there were none. Values are expanded in the same way.
 ///
 /// output             replaced with the expanded text; may be `text` or a macro's value
 /// macros             must not be cyclic: a value that leads back to its own macro is expanded until memory

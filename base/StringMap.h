@@ -11,9 +11,8 @@ class VRX_EXPORT string_map : public std::map<std::string, std::string> {
 public:
     /// Replaces the content with the settings in `text` and returns the number of entries.
     ///
-    /// text     settings separated by commas, "server=10.0.0.5, servport=7000"; null or "" give none. It may
-    /// lie
-    ///          in this map's own strings
+    /// text     settings separated by commas, "server=10.0.0.5, servport=7000"; null or "" give none. It
+    ///          may lie in this map's own strings
     /// quote    the quote character of string_vector::Split, which cuts the text at "," and then each item at
     ///          blanks, TABs and "="; it quotes in both steps. 0: nothing is quoted
     ///

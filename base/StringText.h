@@ -43,8 +43,7 @@ VRX_EXPORT std::string Merge(const std::vector<std::string>& items, const std::s
 /// takes an empty rest: "a*" matches "a", but "a**" and "a*?*" do not.
 ///
 /// capture   null, or a text to which a record of the search is appended: "*" for each star reached that is
-/// not
-///           the pattern's last character, then each character that this star takes after a failed try.
+///           not the pattern's last character, then each character that this star takes after a failed try.
 ///           Failed tries stay in the record. "*.*" on "a.b" appends "*a". It may be the text or the pattern
 ///           itself
 ///

@@ -20,8 +20,7 @@ public:
     /// delimiters   the bytes that separate tokens; null or "": the list becomes empty. Runs of delimiters
     ///              separate once, and none at either end makes an empty token; nothing else is trimmed
     /// quote        0: nothing quotes. Otherwise a stretch between two quote characters, anywhere in a token,
-    /// is
-    ///              taken without them, delimiters included; two in a row inside it are one literal quote
+    ///              is taken without them, delimiters included; two in a row inside it are one literal quote
     ///              character; a stretch never closed runs to the end of the text
     ///
     /// With delimiter " " and quote "'", "ab'c d'e" is the one token "abc de". Only a token of nothing but

@@ -26,18 +26,18 @@ public:
     /// Closes the connection. Takes up to 100 ms once a reply has been awaited.
     virtual ~CVRXTalker() = default;
 
-    /// The figures that came with the last accepted reply to PumpAudio: what the server spent on average and
-    /// on that block, in the server's own unit. 0 before the first. A negative figure shows as one near
-    /// 4294967296.
+    /// What the server spent on average, in its own unit, as it said with the last accepted reply to PumpAudio.
+    /// 0 before the first. A negative figure shows as one near 2^32.
     virtual float GetAverageCycles() const = 0;
+
+    /// As GetAverageCycles, but what the server spent on that block.
     virtual float GetPumpCycles() const = 0;
 
     /// Sets the server and its objects, and connects.
     ///
     /// args  "server=10.0.0.5,servport=7000,clport=7001,input=In,output=Out,layout=Main": all six keys are
-    /// needed,
-    ///       in any order; others are ignored; of a key given twice the first counts. A value cannot hold a
-    ///       comma. Ports are read up to the first character that is not a digit and are not checked.
+    ///       needed, in any order; others are ignored; of a key given twice the first counts. A value cannot
+    ///       hold a comma. Ports are read up to the first character that is not a digit and are not checked.
     ///
     /// Returns true when the server has answered the connect command, whatever it said. False for null or
     /// empty args (nothing changes, nothing is printed), for a missing key (nothing changes) and for a failed
@@ -48,8 +48,8 @@ public:
     /// Sends one block and receives one block.
     ///
     /// in        inCount words of 32 bits, sent as they are; may be null when inCount is 0
-    /// out       room for outCount words; written only when a reply is accepted; may be the same memory as
-    /// `in` Counts    words, not frames; how they relate is between host and server
+    /// out       room for outCount words; written only when a reply is accepted; may be the same memory as in
+    /// Counts    words, not frames; how they relate is between host and server
     ///
     /// Returns the server's status word (which may itself be negative) when a reply packet came; otherwise
     ///   -1     not connected
@@ -57,6 +57,7 @@ public:
     ///   -9997  sending failed, or the block is too large: its packet would exceed 2,147,483,647 bytes
     ///   -9999  no reply within ten seconds               -1000  the reply is not a packet
     /// and leaves `out` and the cycle figures alone.
+    ///
     /// After -9995, -9996 and -9999 the next call reconnects by itself; after -9997 Configure does.
     /// The reply is what one receive delivers: keep it within one network segment (1460 bytes on Ethernet),
     /// or what has not arrived with the first segment is missing from `out`. A reply cannot exceed 1 MiB;

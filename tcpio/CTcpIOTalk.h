@@ -44,6 +44,7 @@ public:
     /// Bytes that the receive buffer holds; a longer reply cannot be received.
     VRX_HIDDEN static constexpr int kBufferSize = 0x100000;
 
+    /// Neither connects nor starts the watchdog.
     CTcpIOTalk();
 
     /// Stops the watchdog, which takes up to one tick (100 ms), and closes the connection.
@@ -52,8 +53,13 @@ public:
     CTcpIOTalk(const CTcpIOTalk&) = delete;
     CTcpIOTalk& operator=(const CTcpIOTalk&) = delete;
 
+    /// Takes storage straight from the system; std::bad_alloc when there is none.
     static void* operator new(size_t size);
+
+    /// Constructs in storage of the caller's own.
     static void* operator new(size_t, void* where) noexcept { return where; }
+
+    /// Gives the storage back to the system; null is left alone.
     static void operator delete(void* storage, size_t size) noexcept;
 
     /// Looks a host name up with gethostbyname (POSIX.1-2001).
@@ -90,13 +96,12 @@ public:
 
     /// Waits for one reply on the open connection.
     ///
-    /// reply    raw: cleared. Otherwise the text line without its line feed (a carriage return before it
-    /// stays),
+    /// reply    raw: cleared. Otherwise the text line without its line feed (a carriage return before it stays),
     ///          or the bytes of the whole packet
-    /// data     start of this object's receive buffer: valid until the next exchange, never freed by the
-    /// caller length   raw: bytes received; packet: its total length; text line: 0 timeout  units of 10 ms
-    /// for each receive, see the class raw      true: whatever a single receive delivers is the reply. false:
-    /// receives until a packet (marked by
+    /// data     start of this object's receive buffer: valid until the next exchange, never freed by the caller
+    /// length   raw: bytes received; packet: its total length; text line: 0
+    /// timeout  units of 10 ms for each receive, see the class
+    /// raw      true: whatever a single receive delivers is the reply. false: receives until a packet (marked by
     ///          kPacketMarker, its length in the second word) or a text line is complete; what follows the
     ///          line feed in the same receive is dropped, and a line with a zero byte in it is never complete
     ///
