@@ -29,3 +29,29 @@ add_test(NAME docs.comparison_of_other_printed COMMAND sh -c
   "echo 'took 2.5 ms, 2 failed' | $<TARGET_FILE:console_blocks> ${CMAKE_CURRENT_SOURCE_DIR}/docs/comparison.md script/x")
 set_tests_properties(docs.comparison_of_other_printed PROPERTIES
   PASS_REGULAR_EXPRESSION "shown:\n *took 1.0 ms, 1 failed\n *printed:\n *took 2.5 ms, 2 failed")
+
+# The exchange in docs/protocol.md.
+add_executable(protocol_page_tests
+  docs/ProtocolPage_test.cpp
+  support/RawClient.cpp
+  support/ScriptedServer.cpp
+  support/Subprocess.cpp
+)
+target_compile_definitions(protocol_page_tests PRIVATE
+  VRX_PROGRAM="$<TARGET_FILE:vrx>" VRX_SOURCE_DIR="${PROJECT_SOURCE_DIR}")
+target_link_libraries(protocol_page_tests PRIVATE VRX_talker_norvo vrx_build_options GTest::gtest_main)
+add_dependencies(protocol_page_tests vrx)
+gtest_discover_tests(protocol_page_tests DISCOVERY_TIMEOUT 60)
+
+# The Wireshark dissector: what it makes of a recorded run and of odd messages. See wireshark/record and wireshark/decode.
+find_program(TSHARK tshark)
+if(TSHARK)
+  foreach(capture exchange.pcap odd.hex)
+    cmake_path(GET capture STEM name)
+    add_test(NAME wireshark.${name} COMMAND sh -c
+      "wireshark/decode wireshark/${capture} -2 -d tcp.port==7000,vrx | diff wireshark/${name}.txt -"
+      WORKING_DIRECTORY ${CMAKE_CURRENT_SOURCE_DIR})
+  endforeach()
+else()
+  message(STATUS "tshark not found (Debian: tshark): the tests of the Wireshark dissector are skipped")
+endif()
