@@ -24,15 +24,15 @@ TEST(LittleEndian, WritesFieldsOneBehindTheOther) {
     to.U32(0xF3040506);
     to.Raw("text", 4);
     to.Raw(nullptr, 0);
-    to.Zeros(3);
-    to.Zeros(0);
+    to.Part("xyz", 1);
     to.U16(0xFFFE);
     EXPECT_EQ(bytes, "\x02\x01"
                      "\x06\x05\x04\xF3"
                      "text"
-                     "\0\0\0"
+                     "x"
                      "\xFE\xFF"
-                     "###"s);
+                     "\0" // the end of what the part left behind
+                     "####"s);
 }
 
 } // namespace
