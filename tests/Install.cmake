@@ -43,3 +43,12 @@ if(CMAKE_BUILD_TYPE MATCHES "^Rel" AND NOT VRX_CONSUMER_FLAGS MATCHES "-fsanitiz
   add_test(NAME hardening COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/check_hardening.sh ${CMAKE_READELF}
     $<TARGET_FILE:VRX_talker_norvo> $<$<TARGET_EXISTS:vrx>:$<TARGET_FILE:vrx>>)
 endif()
+
+if(TARGET vrx)
+  find_program(VRX_BASH bash)
+  if(VRX_BASH)
+    add_test(NAME documented_options COMMAND ${VRX_BASH}
+      ${CMAKE_CURRENT_SOURCE_DIR}/tools/documented_options.sh
+      $<TARGET_FILE:vrx> ${PROJECT_SOURCE_DIR}/docs/man/vrx.1 ${PROJECT_SOURCE_DIR}/completions/vrx)
+  endif()
+endif()

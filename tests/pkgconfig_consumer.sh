@@ -21,6 +21,14 @@ for expected in "$examples"/*.txt; do
     echo "$name: as expected"
 done
 
+# A host takes the header alone, and the plug-in at run time.
+"$@" -std=c++20 $flags "$examples/minimal_host.cpp" -o minimal_host
+result=0
+printed=$(./minimal_host "$libraries/VRX_talker_norvo.so" "servport=1") || result=$?
+echo "minimal_host: $result: $printed"
+[ "$result" -eq 3 ]
+[ "$printed" = "CVRXTalker::Configure: 'server' argument missing" ]
+
 # Each installed header stands alone.
 include=$("${PKG_CONFIG:-pkg-config}" --variable=includedir VRX_talker_norvo)
 for header in "$include"/*/*.h; do
