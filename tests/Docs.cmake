@@ -52,6 +52,11 @@ if(TSHARK)
       "wireshark/decode wireshark/${capture} -2 -d tcp.port==7000,vrx | diff wireshark/${name}.txt -"
       WORKING_DIRECTORY ${CMAKE_CURRENT_SOURCE_DIR})
   endforeach()
+  add_test(NAME wireshark.page COMMAND sh -c
+    "shown=$(sed -n 's/^\\$ tshark/tshark/p' docs/protocol.md) && \
+     sh -c \"$shown\" 2>/dev/null | $<TARGET_FILE:console_blocks> docs/protocol.md \"$shown\""
+    WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
+  set_tests_properties(wireshark.page PROPERTIES ENVIRONMENT LC_ALL=C.UTF-8)
 else()
   message(STATUS "tshark not found (Debian: tshark): the tests of the Wireshark dissector are skipped")
 endif()

@@ -75,11 +75,11 @@ std::vector<Step> ReadSteps(const std::string& file, std::string_view kind) {
     return steps;
 }
 
-/// The line without what differs from run to run: numbers with a decimal point, times, percentages, ports of
-/// 127.0.0.1, and the width of gaps.
+/// The line without what differs from run to run: numbers with a decimal point, times, percentages, cycle
+/// figures, ports of 127.0.0.1, and the width of gaps.
 std::string Masked(std::string line) {
     static const std::regex decimal(R"((^|[^\d.])\d+\.\d+(?!\d|\.\d))");
-    static const std::regex measured(R"((^|[^\d.])\d+(?= ?(ns|us|ms|s)\b|%))");
+    static const std::regex measured(R"((^|[^\d.])\d+(?= ?(ns|us|ms|s)\b|%| (average|pump)\b))");
     static const std::regex port(R"((127\.0\.0\.1[: ])\d+)");
     static const std::regex gap(" +");
     static const std::regex end(" $");
