@@ -38,7 +38,9 @@ std::vector<Message> ReadPage() {
     while (std::getline(page, line) && line != "## One exchange") {
     }
     while (std::getline(page, line)) {
-        if (!line.starts_with("    ") || line.size() < kMeaningAt) continue;
+        const bool ofTable = line.starts_with("    ") && line.size() > kMeaningAt;
+        if (!ofTable && messages.empty()) continue;
+        if (!ofTable) break; // the table's end
         std::istringstream start(line.substr(kSenderAt, kBytesAt - kSenderAt));
         if (std::string sender; start >> sender) messages.push_back({sender, {}});
         std::istringstream bytes(line.substr(kBytesAt, kMeaningAt - kBytesAt));
