@@ -260,7 +260,8 @@ int CTcpIOTalk::CollectReply(std::string& reply, int& length, int ticks) {
     }
 }
 
-int CTcpIOTalk::GetBinaryMessage(std::string& reply, void*& data, int& length, int timeout, bool raw) {
+/// What GetBinaryMessage does, for calls from inside.
+inline int CTcpIOTalk::AwaitReply(std::string& reply, void*& data, int& length, int timeout, bool raw) {
     StartWatchdog();
     reply.clear();
     length = 0;
@@ -273,6 +274,10 @@ int CTcpIOTalk::GetBinaryMessage(std::string& reply, void*& data, int& length, i
     if (received < 0) return received;
     length = received;
     return kReplied;
+}
+
+int CTcpIOTalk::GetBinaryMessage(std::string& reply, void*& data, int& length, int timeout, bool raw) {
+    return AwaitReply(reply, data, length, timeout, raw);
 }
 
 int CTcpIOTalk::SendTcpMessage(const char* host, int port, const char* text, std::string& reply, void*& data,
@@ -305,7 +310,7 @@ int CTcpIOTalk::SendBinaryMessage(const char* host, int port, const unsigned cha
     const auto size = static_cast<size_t>(count);
     if (SendAll(m_socket, bytes, size, size) <= 0) return kSendFailed;
 
-    const int result = GetBinaryMessage(reply, data, length, timeout, raw);
+    const int result = AwaitReply(reply, data, length, timeout, raw);
     if (result < 0) {
         KillSocket();
         return result;

@@ -147,6 +147,7 @@ private:
     VRX_HIDDEN void StartWatchdog();
     VRX_HIDDEN void Tick();
     VRX_HIDDEN bool Expired();
+    VRX_HIDDEN int AwaitReply(std::string& reply, void*& data, int& length, int timeout, bool raw);
     VRX_HIDDEN int ReceiveOnce(int at, int ticks);
     VRX_HIDDEN int CollectReply(std::string& reply, int& length, int ticks);
     VRX_HIDDEN int CollectPieces(std::string& reply, void*& data, int& length, int timeout, bool raw);
