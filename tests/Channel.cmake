@@ -24,7 +24,7 @@ target_link_libraries(talker_double_tests PRIVATE vrx_build_options GTest::gtest
 gtest_discover_tests(talker_double_tests DISCOVERY_TIMEOUT 60)
 
 # Sees the exports only: linked with, and loading, the shared library.
-add_executable(abi_tests Abi_test.cpp)
+add_executable(abi_tests Abi_test.cpp Signatures_test.cpp)
 target_compile_definitions(abi_tests PRIVATE VRX_PLUGIN="${PROJECT_BINARY_DIR}/VRX_talker_norvo.so")
 target_link_libraries(abi_tests PRIVATE VRX_talker_norvo vrx_build_options GTest::gtest_main ${CMAKE_DL_LIBS})
 gtest_discover_tests(abi_tests DISCOVERY_TIMEOUT 60)
