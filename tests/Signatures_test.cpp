@@ -61,7 +61,8 @@ static_assert(kIs<decltype(&File2::flush), bool (File2::*)()>);
 static_assert(kIs<decltype(&File2::setBuffer), bool (File2::*)(void*, size_t)>);
 static_assert(kIs<decltype(&File2::writeChar), int (File2::*)(int)>);
 static_assert(kIs<decltype(&File2::read), size_t (File2::*)(void*, size_t)>);
-static_assert(kIs<decltype(&File2::printf), long (File2::*)(const char*, ...)>);
+constexpr long (File2::*kPrint)(const char*,
+                                ...) = &File2::printf; // attributes do not go into template arguments
 static_assert(kIs<decltype(&File2::fgets), bool (File2::*)(string&, bool, bool)>);
 
 static_assert(std::is_constructible_v<CWaveReader, const char*> &&
@@ -109,8 +110,8 @@ using String::Encoding;
 static_assert(kIs<std::underlying_type_t<Encoding>, int> && String::encNone == 0 && String::encURL == 1 &&
               String::encXML == 2 && String::encCQuoted == 3 && String::encCEscaped == 4 &&
               String::encVisible == 5);
-static_assert(kIs<decltype(&String::Format), string (*)(const char*, ...)>);
-static_assert(kIs<decltype(&String::FormatV), string (*)(const char*, va_list)>);
+constexpr string (*kFormat)(const char*, ...) = &String::Format;
+constexpr string (*kFormatV)(const char*, va_list) = &String::FormatV;
 static_assert(kIs<decltype(&String::FormatTime), string (*)(time_t, int)>);
 static_assert(kIs<decltype(&String::FormatDate), string (*)(time_t, int)>);
 static_assert(kIs<decltype(&String::FormatDateTime), string (*)(time_t, int)>);
@@ -136,7 +137,19 @@ static_assert(kIs<decltype(&String::Split), void (*)(Strings&, const string&, co
 static_assert(kIs<decltype(&String::SplitQuoted), void (*)(Strings&, const string&)>);
 static_assert(kIs<decltype(&String::SymmetricEncrypt), string (*)(uint64_t, const char*, const char*)>);
 
-TEST(Signatures, BothOverloadsOfAddCsvFieldAreThere) {
+string FormatThroughV(const char* format, ...) {
+    va_list args;
+    va_start(args, format);
+    string text = kFormatV(format, args);
+    va_end(args);
+    return text;
+}
+
+TEST(Signatures, VariadicFunctionsAndOverloadsAreThere) {
+    EXPECT_EQ(kFormat("%d", 5), "5");
+    EXPECT_EQ(FormatThroughV("%s", "v"), "v");
+    File2 file;
+    EXPECT_EQ((file.*kPrint)("%d", 5), 0);
     string row;
     EXPECT_EQ(kAddText(row, "a", false, ',', '"'), 1);
     EXPECT_EQ(kAddString(row, string("b"), false, ',', '"'), 1);
