@@ -75,7 +75,7 @@ std::uint64_t FrameBytes(const AudioFormat& format) {
     return std::uint64_t{format.channels} * (format.samples == SampleStorage::kPcm16 ? 2 : 4);
 }
 
-class WaveSink : public SampleSink {
+class WaveSink final : public SampleSink {
 public:
     /// Writes through the descriptor's own path: CWaveWriter takes no name of more than 255 characters.
     WaveSink(int fd, const AudioFormat& format)
@@ -118,7 +118,7 @@ private:
     std::vector<std::int32_t> m_pcm32;
 };
 
-class SndfileSink : public SampleSink {
+class SndfileSink final : public SampleSink {
 public:
     SndfileSink(int fd, const AudioFormat& format, int kind) {
         SF_INFO info{};

@@ -11,7 +11,7 @@
 namespace vrx {
 
 CapturedOutput::CapturedOutput() {
-    std::fflush(stdout);
+    (void)std::fflush(stdout);
     m_real = ::dup(STDOUT_FILENO); // -1 when the program was started without one: Print then fails
     m_memory = ::memfd_create("vrx-talker", MFD_CLOEXEC);
     if (m_memory < 0 || ::dup2(m_memory, STDOUT_FILENO) < 0)
@@ -20,14 +20,14 @@ CapturedOutput::CapturedOutput() {
 }
 
 CapturedOutput::~CapturedOutput() {
-    std::fflush(stdout);
+    (void)std::fflush(stdout);
     if (m_real >= 0) ::dup2(m_real, STDOUT_FILENO);
     if (m_real >= 0) ::close(m_real);
     ::close(m_memory);
 }
 
 std::string CapturedOutput::TakeLines() {
-    std::fflush(stdout);
+    (void)std::fflush(stdout);
     std::string text;
     char piece[1024];
     off_t at = 0;

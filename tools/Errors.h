@@ -30,7 +30,7 @@ inline void PrintError(const std::string& who, std::string message) {
         const auto byte = static_cast<unsigned char>(c);
         if (byte < 0x20 || byte == 0x7F) c = '?';
     }
-    std::fprintf(stderr, "%s: %s\n", who.c_str(), message.c_str());
+    (void)std::fprintf(stderr, "%s: %s\n", who.c_str(), message.c_str());
 }
 
 /// Runs the body of a command, prints what ended it early, and returns the exit code.

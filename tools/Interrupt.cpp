@@ -46,7 +46,7 @@ void CatchInterrupts() {
 }
 
 void ExitOnInterrupt(const char* who) {
-    std::snprintf(farewell, sizeof farewell, "%s: interrupted\n", who);
+    (void)std::snprintf(farewell, sizeof farewell, "%s: interrupted\n", who);
     signalsUntilExit = 1;
     Install();
 }
@@ -61,13 +61,13 @@ void PauseUnlessInterrupted(int milliseconds) {
     // In short sleeps, because a signal may arrive just before one begins.
     while (!Interrupted() && Clock::now() < end) {
         const timespec step{0, 20'000'000};
-        ::nanosleep(&step, nullptr);
+        (void)::nanosleep(&step, nullptr);
     }
 }
 
 void RemoveOnExit(const char* path) {
     leftover[0] = '\0';
-    if (path != nullptr) std::snprintf(leftover, sizeof leftover, "%s", path);
+    if (path != nullptr) (void)std::snprintf(leftover, sizeof leftover, "%s", path);
 }
 
 } // namespace vrx

@@ -2,6 +2,7 @@
 #include "tools/Interrupt.h"
 #include "tools/Pumping.h"
 
+#include <cmath>
 #include <csignal>
 #include <cstdio>
 #include <memory>
@@ -32,7 +33,7 @@ struct PumpOptions {
 
 std::string Fixed(double value, int decimals) {
     char text[400];
-    std::snprintf(text, sizeof text, "%.*f", decimals, value);
+    (void)std::snprintf(text, sizeof text, "%.*f", decimals, value);
     return text;
 }
 
@@ -42,7 +43,7 @@ public:
     ProgressLine(std::uint64_t frames, int sampleRate)
         : m_shown(::isatty(STDERR_FILENO) == 1), m_frames(frames), m_sampleRate(sampleRate) {}
     ~ProgressLine() {
-        if (m_shown) std::fputs("\r\033[K", stderr);
+        if (m_shown) (void)std::fputs("\r\033[K", stderr);
     }
     ProgressLine(const ProgressLine&) = delete;
     ProgressLine& operator=(const ProgressLine&) = delete;
@@ -53,13 +54,13 @@ public:
         m_next = seconds + kInterval;
         const double speed = TimesRealTime(done, m_sampleRate, seconds);
         if (m_frames < done || m_frames == 0 || done == 0) { // the header did not say how long the input is
-            std::fprintf(stderr, "\r%.1f s, %.1f times real time\033[K", seconds, speed);
+            (void)std::fprintf(stderr, "\r%.1f s, %.1f times real time\033[K", seconds, speed);
             return;
         }
         const double part = static_cast<double>(done) / static_cast<double>(m_frames);
-        const auto left = static_cast<long>(seconds / part - seconds + 0.5);
-        std::fprintf(stderr, "\r%3.0f %%, %.1f times real time, %ld:%02ld left\033[K", 100 * part, speed,
-                     left / 60, left % 60);
+        const auto left = std::lround(seconds / part - seconds);
+        (void)std::fprintf(stderr, "\r%3.0f %%, %.1f times real time, %ld:%02ld left\033[K", 100 * part,
+                           speed, left / 60, left % 60);
     }
 
 private:
@@ -157,7 +158,7 @@ SampleStorage ChooseFormat(const PumpOptions& options, const AudioReader& reader
 
 int RunPump(const PumpOptions& options) {
     CatchInterrupts();
-    std::signal(SIGPIPE, SIG_IGN); // a closed standard output is an error like any other
+    (void)std::signal(SIGPIPE, SIG_IGN); // a closed standard output is an error like any other
     const ServerSettings server = ResolveServer(options.server);
 
     AudioReader reader(options.in);

@@ -1,6 +1,8 @@
 #include "tools/Commands.h"
 
-int main(int argc, char** argv) {
+namespace {
+
+int Run(int argc, char** argv) {
     CLI::App app("Runs audio through a remote processing server, block by block.", "vrx");
     app.require_subcommand(1);
     app.footer("Exit codes: 0 done, 1 wrong usage, 2 input or output file (also the plug-in's),\n"
@@ -21,4 +23,10 @@ int main(int argc, char** argv) {
         return vrx::kWrongUsage;
     }
     return exitCode;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    return vrx::RunCommand("vrx", [&] { return Run(argc, argv); });
 }
