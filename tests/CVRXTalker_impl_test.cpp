@@ -233,6 +233,8 @@ TEST_F(TalkerTest, MissingKeyLeavesAConnectedTalkerAsItWas) {
     Printed([&] { EXPECT_FALSE(m_talker->Configure("server=x,servport=1,clport=2,input=other,output=o")); });
     EXPECT_FALSE(m_talker->Configure(""));
     EXPECT_EQ(Pump(0, 0), 7);
+    m_talker.reset();
+    server.Join();
     EXPECT_EQ(packets.front().substr(20), std::string("Main,In.samples[0],Out.samples[0]\0\0\0", 36));
 }
 
@@ -249,9 +251,11 @@ TEST_F(TalkerTest, ConfiguringAgainUsesTheOpenConnection) {
     }});
     ASSERT_TRUE(m_talker->Configure(Args(server.Port()).c_str()));
     ASSERT_TRUE(m_talker->Configure("server=elsewhere,servport=1,clport=8,input=A,output=B,layout=C"));
-    EXPECT_EQ(commands, "connect,127.0.0.1,7001\nconnect,elsewhere,8\n");
     EXPECT_EQ(Pump(0, 0), 0);
     EXPECT_EQ(calls::Count("connect"), 1u);
+    m_talker.reset();
+    server.Join();
+    EXPECT_EQ(commands, "connect,127.0.0.1,7001\nconnect,elsewhere,8\n");
 }
 
 TEST_F(TalkerTest, FailedConnectKeepsTheNewSettings) {
@@ -262,6 +266,8 @@ TEST_F(TalkerTest, FailedConnectKeepsTheNewSettings) {
     auto& impl = dynamic_cast<CVRXTalker_impl&>(*m_talker);
     ASSERT_TRUE(impl.Connect());
     EXPECT_EQ(Pump(0, 0), 0);
+    m_talker.reset();
+    server.Join();
     EXPECT_EQ(packets.front().substr(20), std::string("C,A.samples[0],B.samples[0]\0", 28));
 }
 
@@ -281,6 +287,8 @@ TEST_F(TalkerTest, PumpPacketByteForByte) {
                            "\x22\x22\x22\x22"
                            "Main,In.samples[0],Out.samples[0]\0\0\0",
                            64);
+    m_talker.reset();
+    server.Join();
     EXPECT_EQ(packets.front(), want);
 }
 
@@ -298,6 +306,8 @@ TEST_F(TalkerTest, PinPacketByteForByte) {
                            "\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0"
                            "-1,In.info1,Out.info1\0\0\0",
                            60);
+    m_talker.reset();
+    server.Join();
     EXPECT_EQ(packets.front(), want);
 }
 
@@ -320,6 +330,8 @@ TEST_F(TalkerTest, PathTextIsPaddedWithOneToFourZeroes) {
         const std::string text = std::string("L,") + c.input + ".samples[0],O.samples[0]";
         ASSERT_EQ(text.size(), c.length);
         const auto total = static_cast<unsigned>(20 + c.length + c.zeroes);
+        talker.reset();
+        server.Join();
         EXPECT_EQ(packets.front(),
                   Words({0x07FF0003, total, 1, 0x3A, 3}) + text + std::string(c.zeroes, '\0'));
     }
@@ -331,6 +343,8 @@ TEST_F(TalkerTest, EmptyLayoutKeepsItsComma) {
     // An item of more than two tokens that ends with its first equals sign stores an empty value.
     ASSERT_TRUE(m_talker->Configure(Args(server.Port(), "input=In,output=Out,layout a b=").c_str()));
     ASSERT_EQ(Pump(0, 0), 0);
+    m_talker.reset();
+    server.Join();
     EXPECT_EQ(packets.front().substr(20), std::string(",In.samples[0],Out.samples[0]\0\0\0", 32));
 }
 
@@ -546,6 +560,8 @@ TEST_F(TalkerTest, SendMessagePassesTextAndReplyThrough) {
                   EXPECT_EQ(reply, "");
               }),
               "");
+    m_talker.reset();
+    server.Join();
     EXPECT_EQ(wire, "status\nwith its own end\n");
 }
 
