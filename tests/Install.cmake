@@ -41,7 +41,8 @@ set_tests_properties(${VRX_INSTALL_TESTS} PROPERTIES FIXTURES_REQUIRED installed
 # Released binaries are hardened; the other build types are for development.
 if(CMAKE_BUILD_TYPE MATCHES "^Rel" AND NOT VRX_CONSUMER_FLAGS MATCHES "-fsanitize")
   add_test(NAME hardening COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/check_hardening.sh ${CMAKE_READELF}
-    $<TARGET_FILE:VRX_talker_norvo> $<$<TARGET_EXISTS:vrx>:$<TARGET_FILE:vrx>>)
+    $<TARGET_FILE:VRX_talker_norvo> $<$<TARGET_EXISTS:vrx>:$<TARGET_FILE:vrx>>
+    COMMAND_EXPAND_LISTS)
 endif()
 
 if(TARGET vrx)
