@@ -4,9 +4,9 @@
 
 #include "tests/support/NoMemory.h"
 #include "tests/support/ScriptedServer.h"
+#include "tests/support/TemporaryFolder.h"
 
 #include <cstdlib>
-#include <filesystem>
 #include <functional>
 #include <gtest/gtest.h>
 #include <memory>
@@ -126,8 +126,7 @@ TEST_F(TalkerWithoutMemory, ChannelInTextAndCollectingMode) {
 }
 
 TEST(ToolkitWithoutMemory, EachOperation) {
-    const std::filesystem::path folder = std::filesystem::temp_directory_path() / "vrx_allocation_failure";
-    std::filesystem::create_directories(folder);
+    const TemporaryFolder folder;
     const std::string file = folder / "lines.txt";
     const std::string longText =
         "  The quick \"brown\" fox; jumps = over & the <lazy> dog, again and again  ";
@@ -222,7 +221,6 @@ TEST(ToolkitWithoutMemory, EachOperation) {
         }
         EXPECT_EQ(work, wanted);
     }
-    std::filesystem::remove_all(folder);
 }
 
 } // namespace

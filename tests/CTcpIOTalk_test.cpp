@@ -1,5 +1,6 @@
 #include "tcpio/CTcpIOTalk.h"
 
+#include "tests/support/Entries.h"
 #include "tests/support/ScriptedServer.h"
 #include "tests/support/SystemCalls.h"
 
@@ -7,7 +8,6 @@
 #include <arpa/inet.h>
 #include <csignal>
 #include <cstring>
-#include <dirent.h>
 #include <gtest/gtest.h>
 #include <memory>
 #include <new>
@@ -94,14 +94,6 @@ Script AnswerInPieces(std::vector<std::string> pieces) {
         }
         peer.WaitForClose();
     };
-}
-
-size_t Entries(const char* folder) {
-    size_t count = 0;
-    DIR* directory = opendir(folder);
-    while (readdir(directory)) ++count;
-    closedir(directory);
-    return count;
 }
 
 // ---- construction

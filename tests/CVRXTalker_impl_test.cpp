@@ -1,10 +1,10 @@
 #include "talker/CVRXTalker_impl.h"
 
+#include "tests/support/Entries.h"
 #include "tests/support/ScriptedServer.h"
 #include "tests/support/SystemCalls.h"
 
 #include <array>
-#include <dirent.h>
 #include <gtest/gtest.h>
 #include <memory>
 #include <thread>
@@ -34,14 +34,6 @@ Script Server(std::vector<std::string> replies, std::vector<std::string>* packet
         }
         peer.WaitForClose();
     };
-}
-
-size_t Entries(const char* folder) {
-    size_t count = 0;
-    DIR* directory = opendir(folder);
-    while (readdir(directory)) ++count;
-    closedir(directory);
-    return count;
 }
 
 struct Pins {

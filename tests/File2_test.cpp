@@ -1,5 +1,7 @@
 #include "base/File2.h"
 
+#include "tests/support/FolderTest.h"
+
 #include <gtest/gtest.h>
 
 #include <cerrno>
@@ -21,30 +23,7 @@ namespace {
 
 using namespace std::string_literals;
 
-/// A folder of its own for each test.
-class File2Test : public testing::Test {
-protected:
-    File2Test() {
-        std::string folder = testing::TempDir() + "file2.XXXXXX";
-        EXPECT_NE(mkdtemp(folder.data()), nullptr);
-        m_folder = folder;
-    }
-    ~File2Test() override { std::filesystem::remove_all(m_folder); }
-
-    std::string Path(const char* name) const { return m_folder / name; }
-
-    std::string Write(const char* name, const std::string& bytes) const {
-        std::ofstream(Path(name), std::ios::binary) << bytes;
-        return Path(name);
-    }
-
-    std::string Bytes(const char* name) const {
-        std::ifstream file(Path(name), std::ios::binary);
-        return {std::istreambuf_iterator<char>(file), {}};
-    }
-
-    std::filesystem::path m_folder;
-};
+class File2Test : public FolderTest {};
 
 using StreamPtr = std::unique_ptr<FILE, int (*)(FILE*)>;
 
@@ -290,7 +269,7 @@ TEST_F(File2Test, ReadsBytes) {
     EXPECT_EQ(std::string(buffer, 2), "d\n");
     EXPECT_EQ(file.read(buffer, 8), 0u);
 
-    File2 folder(m_folder.c_str(), "rb", -1);
+    File2 folder(m_folder.Path().c_str(), "rb", -1);
     EXPECT_EQ(folder.read(buffer, 8), 0u);
 }
 
@@ -458,7 +437,7 @@ TEST_F(File2Test, LineStartsWithPushedBackBytes) {
 
 TEST_F(File2Test, ReadErrorEndsTheLines) {
     std::string line = "old";
-    File2 folder(m_folder.c_str(), "rb", -1);
+    File2 folder(m_folder.Path().c_str(), "rb", -1);
     EXPECT_FALSE(folder.fgets(line, true, true));
     EXPECT_EQ(line, "");
 

@@ -1,6 +1,8 @@
 #include "base/StringVector.h"
 #include "tests/support/NoMemory.h"
 
+#include "tests/support/FolderTest.h"
+
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -24,30 +26,7 @@ string_vector List(std::initializer_list<const char*> elements) {
     return list;
 }
 
-/// A folder of its own for each test.
-class StringVectorFile : public testing::Test {
-protected:
-    StringVectorFile() {
-        std::string folder = testing::TempDir() + "lines.XXXXXX";
-        EXPECT_NE(mkdtemp(folder.data()), nullptr);
-        m_folder = folder;
-    }
-    ~StringVectorFile() override { std::filesystem::remove_all(m_folder); }
-
-    std::string Path(const char* name) const { return m_folder / name; }
-
-    std::string Write(const char* name, const std::string& bytes) const {
-        std::ofstream(Path(name), std::ios::binary) << bytes;
-        return Path(name);
-    }
-
-    static std::string Bytes(const std::string& path) {
-        std::ifstream file(path, std::ios::binary);
-        return {std::istreambuf_iterator<char>(file), {}};
-    }
-
-    std::filesystem::path m_folder;
-};
+class StringVectorFile : public FolderTest {};
 
 // ---- LoadFromFile
 
@@ -125,7 +104,7 @@ TEST_F(StringVectorFile, LoadOfAMissingFileEmptiesTheList) {
 
 TEST_F(StringVectorFile, LoadOfAFolderGivesNoLines) {
     string_vector list = List({"old"});
-    EXPECT_EQ(list.LoadFromFile(m_folder.c_str()), 0);
+    EXPECT_EQ(list.LoadFromFile(m_folder.Path().c_str()), 0);
     EXPECT_EQ(list, List({}));
 }
 
@@ -244,7 +223,7 @@ TEST_F(StringVectorFile, SaveNeedsAFileItCanCreate) {
     EXPECT_FALSE(list.SaveToFile(nullptr));
     EXPECT_FALSE(list.SaveToFile(""));
     EXPECT_FALSE(list.SaveToFile(Path("missing/file").c_str()));
-    EXPECT_FALSE(list.SaveToFile(m_folder.c_str()));
+    EXPECT_FALSE(list.SaveToFile(m_folder.Path().c_str()));
 }
 
 TEST_F(StringVectorFile, SaveIgnoresAFullDisk) {

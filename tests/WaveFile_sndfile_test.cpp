@@ -1,6 +1,8 @@
 // What the WAV classes write and read, seen by libsndfile.
 #include "base/WaveFile.h"
 
+#include "tests/support/FolderTest.h"
+
 #include <gtest/gtest.h>
 #include <sndfile.h>
 
@@ -14,18 +16,9 @@
 
 namespace {
 
-class WaveFileSndfile : public testing::Test {
+class WaveFileSndfile : public FolderTest {
 protected:
-    WaveFileSndfile() {
-        std::string folder = testing::TempDir() + "sndfile.XXXXXX";
-        EXPECT_NE(mkdtemp(folder.data()), nullptr);
-        m_folder = folder;
-        m_path = m_folder / "a.wav";
-    }
-    ~WaveFileSndfile() override { std::filesystem::remove_all(m_folder); }
-
-    std::filesystem::path m_folder;
-    std::string m_path;
+    const std::string m_path = Path("a.wav");
 };
 
 using SndfilePtr = std::unique_ptr<SNDFILE, int (*)(SNDFILE*)>;

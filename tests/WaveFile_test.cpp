@@ -1,5 +1,7 @@
 #include "base/WaveFile.h"
 
+#include "tests/support/FolderTest.h"
+
 #include <gtest/gtest.h>
 
 #include <csignal>
@@ -18,28 +20,8 @@ namespace {
 
 using namespace std::string_literals;
 
-/// A folder of its own for each test.
-class WaveFile : public testing::Test {
+class WaveFile : public FolderTest {
 protected:
-    WaveFile() {
-        std::string folder = testing::TempDir() + "wave.XXXXXX";
-        EXPECT_NE(mkdtemp(folder.data()), nullptr);
-        m_folder = folder;
-    }
-    ~WaveFile() override { std::filesystem::remove_all(m_folder); }
-
-    std::string Path(const char* name) const { return m_folder / name; }
-
-    std::string Write(const char* name, const std::string& bytes) const {
-        std::ofstream(Path(name), std::ios::binary) << bytes;
-        return Path(name);
-    }
-
-    std::string Bytes(const char* name) const {
-        std::ifstream file(Path(name), std::ios::binary);
-        return {std::istreambuf_iterator<char>(file), {}};
-    }
-
     /// The file that sox writes for `arguments`, 80 frames of two sine tones at 8000 per second.
     std::string Sox(const char* name, const std::string& arguments) const {
         const std::string command = "sox -D -n -r 8000 -c 2 " + arguments + " '" + Path(name) +
@@ -47,8 +29,6 @@ protected:
         EXPECT_EQ(std::system(command.c_str()), 0) << "the program sox is needed here: " << command;
         return Path(name);
     }
-
-    std::filesystem::path m_folder;
 };
 
 // ---- what the writer writes
