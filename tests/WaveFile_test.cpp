@@ -187,7 +187,7 @@ TEST_F(WaveFile, WriterNeedsAnOpenFile) {
 }
 
 TEST_F(WaveFile, WriterThatCannotCreateItsFile) {
-    for (const std::string& name : {Path("missing/a"), m_folder.string(), ""s}) {
+    for (const std::string& name : {Path("missing/a"), m_folder.Path().string(), ""s}) {
         SCOPED_TRACE(name);
         char frame[4] = {};
         CWaveWriter writer(name.c_str(), 2, 8000, 16, false);
@@ -448,7 +448,7 @@ TEST_F(WaveFile, ShortFileIsRefusedAfterAGoodOneToo) {
 }
 
 TEST_F(WaveFile, ReaderThatCannotOpenItsFile) {
-    for (const std::string& name : {Path("missing"), m_folder.string(), ""s}) {
+    for (const std::string& name : {Path("missing"), m_folder.Path().string(), ""s}) {
         SCOPED_TRACE(name);
         CWaveReader reader(name.c_str());
         EXPECT_EQ(reader.Open(), -1);
