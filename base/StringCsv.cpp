@@ -1,10 +1,11 @@
 #include "base/StringCsv.h"
 
-#include "base/StringFormat.h"
 #include "base/StringText.h"
 #include "base/internal/Blanks.h"
+#include "base/internal/CsvField.h"
 
 #include <algorithm>
+#include <cstring>
 #include <string_view>
 
 namespace {
@@ -47,23 +48,36 @@ bool NeedsQuotes(std::string_view field, char separator, char quote) {
 }
 
 /// Carriage returns are dropped, since a reader restores them in front of line feeds.
-void AppendQuoted(std::string& row, std::string_view field, char quote) {
-    constexpr size_t kChunk = 256;
-    row += quote;
-    for (; !field.empty(); field.remove_prefix(std::min(kChunk, field.size()))) {
-        char block[kChunk * 2]; // one append for many characters
-        char* end = block;
-        for (const char c : field.substr(0, kChunk)) {
-            if (c == '\r') continue;
-            if (c == quote) *end++ = quote;
-            *end++ = c;
-        }
-        row.append(block, static_cast<size_t>(end - block));
+char* PutQuoted(char* end, const char* field, char quote) {
+    *end++ = quote;
+    for (; *field != '\0'; ++field) {
+        if (*field == '\r') continue;
+        if (*field == quote) *end++ = quote;
+        *end++ = *field;
     }
-    row += quote;
+    *end++ = quote;
+    return end;
+}
+
+char* PutPlain(char* end, std::string_view field) {
+    return std::copy(field.begin(), field.end(), end);
 }
 
 } // namespace
+
+char* vrx::PutCsvField(char* row, char* end, const char* field, bool forceQuote, char separator, char quote) {
+    if (end != row) {
+        // a row of one empty field was marked with two quotes; with a second field it needs no mark
+        if (end - row == 2 && row[0] == quote && row[1] == quote) end = row;
+        *end++ = separator;
+    }
+    end = forceQuote || NeedsQuotes(field, separator, quote) ? PutQuoted(end, field, quote)
+                                                             : PutPlain(end, field);
+    if (end != row || quote == '\0') return end; // a mark of NULs would be no text: callers rely on ""
+    *end++ = quote;
+    *end++ = quote;
+    return end;
+}
 
 int String::ReadCSVField(std::string& field, const char*& cursor, bool trim, char separator, char quote) {
     const char* at = cursor != nullptr ? cursor : "";
@@ -87,17 +101,11 @@ int String::ReadCSVField(std::string& field, const char*& cursor, bool trim, cha
 }
 
 int String::AddCSVField(std::string& row, const char* field, bool forceQuote, char separator, char quote) {
-    const std::string_view text = field != nullptr ? field : "";
-    if (!row.empty()) {
-        // a row of one empty field was marked with two quotes; with a second field it needs no mark
-        if (row.size() == 2 && row[0] == quote && row[1] == quote) row.clear();
-        row += separator;
-    }
-    if (forceQuote || NeedsQuotes(text, separator, quote))
-        AppendQuoted(row, text, quote);
-    else
-        row += text;
-    if (row.empty()) row = Format("%c%c", quote, quote);
+    if (field == nullptr) field = "";
+    const size_t old = row.size();
+    row.resize(old + vrx::CsvRoom(std::strlen(field)));
+    const char* end = vrx::PutCsvField(row.data(), row.data() + old, field, forceQuote, separator, quote);
+    row.resize(static_cast<size_t>(end - row.data()));
     return 1;
 }
 

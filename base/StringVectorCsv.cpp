@@ -1,5 +1,6 @@
 #include "base/StringCsv.h"
 #include "base/StringVector.h"
+#include "base/internal/CsvField.h"
 
 bool string_vector::loadFromCSVString(const char* text, bool trim, char separator, char quote) {
     if (text == nullptr || *text == '\0') return false;
@@ -17,9 +18,13 @@ bool string_vector::loadFromCSVString(const char* text, bool trim, char separato
 }
 
 std::string string_vector::saveToCSVString(size_t first, bool forceQuote, char separator, char quote) {
-    std::string row;
+    size_t room = 0;
+    for (size_t index = first; index < size(); ++index) room += vrx::CsvRoom((*this)[index].size());
+    std::string row(room, '\0');
+    char* end = row.data();
     for (size_t index = first; index < size(); ++index) {
-        String::AddCSVField(row, at(index), forceQuote, separator, quote);
+        end = vrx::PutCsvField(row.data(), end, (*this)[index].c_str(), forceQuote, separator, quote);
     }
+    row.resize(static_cast<size_t>(end - row.data()));
     return row;
 }
