@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <array>
 #include <cctype>
-#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -193,27 +192,8 @@ char* DecodeXml(char* to, std::string_view text) {
     return to;
 }
 
-/// Whether one of the word's bytes is `c`, by the usual test for a zero byte among those of a difference.
-constexpr bool HasByte(uint64_t word, char c) {
-    constexpr uint64_t kOnes = 0x0101010101010101;
-    word ^= kOnes * static_cast<unsigned char>(c);
-    return ((word - kOnes) & ~word & (kOnes << 7)) != 0;
-}
-
-/// Copies the run of bytes at `pos` that are neither backslashes nor double quotes: word by word first, then
-/// byte by byte.
-char* CopyPlainC(char* to, std::string_view text, size_t& pos) {
-    uint64_t word = 0;
-    for (; text.size() - pos >= sizeof word; pos += sizeof word, to += sizeof word) {
-        std::memcpy(&word, text.data() + pos, sizeof word);
-        if (HasByte(word, '\\') || HasByte(word, '"')) break;
-        std::memcpy(to, &word, sizeof word);
-    }
-    while (pos < text.size() && text[pos] != '\\' && text[pos] != '"') *to++ = text[pos++];
-    return to;
-}
-
 char* DecodeC(char* to, std::string_view text) {
+    static constexpr vrx::ByteSet kSpecial("\\\"");
     for (size_t pos = 0; pos < text.size();) {
         const char c = text[pos];
         if (c == '\\' && pos + 1 < text.size()) {
@@ -222,9 +202,9 @@ char* DecodeC(char* to, std::string_view text) {
         } else if (c == '"') {
             ++pos; // unescaped quotes only frame the text
         } else {
-            *to++ = c;
-            ++pos;
-            to = CopyPlainC(to, text, pos);
+            const size_t run = pos; // a backslash at the very end stands for itself
+            pos = vrx::FindFirst(text, pos + 1, kSpecial);
+            to = Copy(to, text.substr(run, pos - run));
         }
     }
     return to;

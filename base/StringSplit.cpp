@@ -4,7 +4,6 @@
 #include "base/internal/ByteSet.h"
 #include "base/internal/Escapes.h"
 
-#include <algorithm>
 #include <cctype>
 #include <functional>
 #include <string_view>
@@ -48,13 +47,10 @@ void String::Split(std::vector<std::string>& result, const std::string& text, co
         return;
     }
     const vrx::ByteSet separates(delimiters);
-    const bool single = delimiters.size() == 1;
-    const char delimiter = delimiters.front();
     result.clear();
     for (size_t pos = vrx::SkipWhile(text, 0, separates); pos < text.size();) {
         const size_t start = pos;
-        pos =
-            single ? std::min(text.find(delimiter, pos), text.size()) : vrx::FindFirst(text, pos, separates);
+        pos = vrx::FindFirst(text, pos, separates);
         result.emplace_back(text, start, pos - start);
         pos = vrx::SkipWhile(text, pos, separates);
     }

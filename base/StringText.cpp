@@ -2,6 +2,8 @@
 
 #include "base/internal/ByteSet.h"
 #include "base/internal/CaseTable.h"
+#include "base/internal/PutBytes.h"
+#include "base/internal/WideFind.h"
 #include "base/internal/Wildcard.h"
 
 #include <algorithm>
@@ -48,12 +50,6 @@ void ChangeCase(std::string& text, const int32_t* table, const int32_t* defaultT
     }
 }
 
-/// The size of the text without the removable characters at its end.
-size_t TrimmedSize(std::string_view text, const vrx::ByteSet& removable) {
-    while (!text.empty() && removable.Has(text.back())) text.remove_suffix(1);
-    return text.size();
-}
-
 } // namespace
 
 void ToUpper(std::string& text) {
@@ -65,31 +61,31 @@ void ToLower(std::string& text) {
 }
 
 void TrimLeft(std::string& text) {
-    text.resize(std::strlen(text.c_str()));
+    text.erase(std::strlen(text.c_str()));
     text.erase(0, vrx::SkipWhile(text, 0, kBlanks));
 }
 
 void TrimRight(std::string& text, bool lineEnds) {
-    text.resize(TrimmedSize(text, lineEnds ? kBlanksAndLineEnds : kBlanks));
+    text.erase(vrx::TrimmedSize(text, lineEnds ? kBlanksAndLineEnds : kBlanks));
 }
 
 void Trim(std::string& text) {
-    const size_t kept = TrimmedSize(text, kBlanks);
+    const size_t kept = vrx::TrimmedSize(text, kBlanks);
     const size_t leading = vrx::SkipWhile(text, 0, kBlanks);
     // As many characters are kept as if there had been no blanks in front: callers rely on it.
-    text.resize(std::min(text.size(), leading + kept));
+    text.erase(std::min(text.size(), leading + kept));
     text.erase(0, leading);
 }
 
 std::string Replace(const std::string& text, const std::string& find, const std::string& replacement) {
     if (find.empty()) return text;
-    size_t at = text.find(find);
+    size_t at = vrx::WideFind(text, 0, find);
     if (at == text.npos) return text;
 
     std::string result;
     result.reserve(text.size());
     size_t done = 0;
-    for (; at != text.npos; at = text.find(find, done)) {
+    for (; at != text.npos; at = vrx::WideFind(text, done, find)) {
         result.append(text, done, at - done);
         result.append(replacement);
         done = at + find.size();
@@ -107,8 +103,7 @@ std::string Merge(const std::vector<std::string>& items, const std::string& sepa
     char* end = result.data();
     std::string_view between = "";
     for (const std::string& item : items) {
-        end = std::copy(between.begin(), between.end(), end);
-        end = std::copy(item.begin(), item.end(), end);
+        end = vrx::PutBytes(vrx::PutBytes(end, between), item);
         between = separator;
     }
     return result;

@@ -1,6 +1,7 @@
 #include "base/File2.h"
 #include "base/StringVector.h"
 #include "base/internal/Blanks.h"
+#include "base/internal/PutBytes.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -63,20 +64,6 @@ size_t CountLines(File2& file, BlockReader& blocks) {
     return lines;
 }
 
-/// Copies as memcpy does; short elements are frequent enough to be worth sparing the call.
-void CopyBytes(char* to, std::string_view from) {
-    const size_t size = from.size();
-    if (size < 8 || size > 16) {
-        std::memcpy(to, from.data(), size);
-    } else { // two halves, which may overlap
-        char head[8], tail[8];
-        std::memcpy(head, from.data(), 8);
-        std::memcpy(tail, from.data() + size - 8, 8);
-        std::memcpy(to, head, 8);
-        std::memcpy(to + size - 8, tail, 8);
-    }
-}
-
 /// Collects texts in `block` and hands them to `sink` whenever that is full.
 template <class Sink>
 class BlockWriter {
@@ -92,8 +79,7 @@ public:
                 text = "";
             }
         }
-        char* const end = m_block.data() + m_used + text.size();
-        CopyBytes(m_block.data() + m_used, text);
+        char* const end = vrx::PutBytes(m_block.data() + m_used, text);
         std::memcpy(end, kCrLf.data(), kCrLf.size());
         m_used += text.size() + (crlf ? kCrLf.size() : 0);
     }

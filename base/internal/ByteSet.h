@@ -1,5 +1,7 @@
 #pragma once
 
+#include "base/internal/WideFind.h"
+
 #include <algorithm>
 #include <array>
 #include <cstddef>
@@ -15,34 +17,52 @@ public:
 
     constexpr void Add(std::string_view bytes) {
         for (const char c : bytes) {
-            m_size += Has(c) ? 0u : 1u;
-            m_newest = c;
+            if (Has(c)) continue;
             m_has[static_cast<unsigned char>(c)] = true;
+            for (size_t i = m_size++; i < m_few.size(); ++i) m_few[i] = c;
         }
     }
     constexpr bool Has(char c) const { return m_has[static_cast<unsigned char>(c)]; }
 
-    /// Whether the set holds one byte and nothing else; Newest() is that byte then.
+    /// Whether the set holds so few bytes, but at least one, that Few() is all of them.
+    constexpr bool IsFew() const { return m_size > 0 && m_size <= m_few.size(); }
     constexpr bool IsSingle() const { return m_size == 1; }
-    constexpr char Newest() const { return m_newest; }
+    constexpr const FewBytes& Few() const { return m_few; }
 
 private:
     std::array<bool, 256> m_has{};
-    unsigned m_size = 0;
-    char m_newest = 0;
+    FewBytes m_few{};
+    size_t m_size = 0;
 };
+
+/// Most finds are near: wide steps pay only from so many bytes on.
+constexpr size_t kNearBytes = 16;
+
+/// The first position at or after `pos` whose byte is in `set` (`kWanted`) or is not in it, or the text's size.
+template <bool kWanted>
+size_t FindByte(std::string_view text, size_t pos, const ByteSet& set) {
+    const size_t near = set.IsFew() ? std::min(text.size(), pos + kNearBytes) : text.size();
+    while (pos < near && set.Has(text[pos]) != kWanted) ++pos;
+    return pos < near ? pos : WideFind<kWanted>(text, pos, set.Few());
+}
 
 /// The first position at or after `pos` whose byte is not in `set`, or the text's size.
 inline size_t SkipWhile(std::string_view text, size_t pos, const ByteSet& set) {
-    while (pos < text.size() && set.Has(text[pos])) ++pos;
-    return pos;
+    return FindByte<false>(text, pos, set);
 }
 
 /// The first position at or after `pos` whose byte is in `set`, or the text's size.
 inline size_t FindFirst(std::string_view text, size_t pos, const ByteSet& set) {
-    if (set.IsSingle()) return std::min(text.find(set.Newest(), pos), text.size());
-    while (pos < text.size() && !set.Has(text[pos])) ++pos;
-    return pos;
+    if (set.IsSingle()) return std::min(text.find(set.Few()[0], pos), text.size());
+    return FindByte<true>(text, pos, set);
+}
+
+/// The size of the text without its last bytes that are in `set`.
+inline size_t TrimmedSize(std::string_view text, const ByteSet& set) {
+    size_t size = text.size();
+    const size_t near = set.IsFew() && size > kNearBytes ? size - kNearBytes : 0;
+    while (size > near && set.Has(text[size - 1])) --size;
+    return size > near ? size : WideTrimmedSize(text.substr(0, size), set.Few());
 }
 
 } // namespace vrx

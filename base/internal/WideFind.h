@@ -1,0 +1,85 @@
+#pragma once
+
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <string_view>
+
+/// Searches that look at sixteen bytes at once: a vector register of every processor that the library is built
+/// for. Some five times as fast as byte by byte where finds are far apart; not worth it where they are near.
+namespace vrx {
+
+using WideBlock [[gnu::vector_size(16)]] = char;
+
+inline WideBlock LoadBlock(const char* bytes) {
+    WideBlock block;
+    std::memcpy(&block, bytes, sizeof block);
+    return block;
+}
+
+/// The first position whose byte is a hit, or the block's size. `hits`: all bits of a hit's byte are set.
+inline size_t FirstHit(WideBlock hits) {
+    static_assert(std::endian::native == std::endian::little, "the first byte is a word's lowest");
+    const auto halves = std::bit_cast<std::array<uint64_t, 2>>(hits);
+    if (halves[0] != 0) return static_cast<size_t>(std::countr_zero(halves[0])) / 8;
+    return 8 + static_cast<size_t>(std::countr_zero(halves[1])) / 8;
+}
+
+/// One more than the last position whose byte is a hit, or 0.
+inline size_t EndOfHits(WideBlock hits) {
+    const auto halves = std::bit_cast<std::array<uint64_t, 2>>(hits);
+    if (halves[1] != 0) return 16 - static_cast<size_t>(std::countl_zero(halves[1])) / 8;
+    return 8 - static_cast<size_t>(std::countl_zero(halves[0])) / 8;
+}
+
+/// Up to four bytes to look for; fewer are given by repeating one.
+using FewBytes = std::array<char, 4>;
+
+/// The first position at or after `pos` whose byte is one of `few` (`kWanted`) or is none of them, or the
+/// text's size.
+template <bool kWanted>
+[[gnu::noinline]] size_t WideFind(std::string_view text, size_t pos, const FewBytes& few) {
+    for (; text.size() - pos >= sizeof(WideBlock); pos += sizeof(WideBlock)) {
+        const WideBlock block = LoadBlock(text.data() + pos);
+        const WideBlock among = (block == few[0]) | (block == few[1]) | (block == few[2]) | (block == few[3]);
+        const size_t at = FirstHit(kWanted ? among : ~among);
+        if (at < sizeof block) return pos + at;
+    }
+    const auto isAmong = [&](char c) { return std::find(few.begin(), few.end(), c) != few.end(); };
+    while (pos < text.size() && isAmong(text[pos]) != kWanted) ++pos;
+    return pos;
+}
+
+/// The size of the text without its last bytes that are among `few`.
+[[gnu::noinline]] inline size_t WideTrimmedSize(std::string_view text, const FewBytes& few) {
+    size_t size = text.size();
+    for (; size >= sizeof(WideBlock); size -= sizeof(WideBlock)) {
+        const WideBlock block = LoadBlock(text.data() + size - sizeof block);
+        const WideBlock among = (block == few[0]) | (block == few[1]) | (block == few[2]) | (block == few[3]);
+        const size_t end = EndOfHits(~among);
+        if (end > 0) return size - sizeof block + end;
+    }
+    while (size > 0 && std::find(few.begin(), few.end(), text[size - 1]) != few.end()) --size;
+    return size;
+}
+
+/// The first position at or after `pos` where `wanted`, which is not empty, stands in the text, or npos. Its
+/// first and its last byte are looked for at once; few places that have both do not have it all.
+inline size_t WideFind(std::string_view text, size_t pos, std::string_view wanted) {
+    const size_t distance = wanted.size() - 1;
+    while (text.size() - pos >= sizeof(WideBlock) + distance) {
+        const WideBlock hits = (LoadBlock(text.data() + pos) == wanted.front()) &
+                               (LoadBlock(text.data() + pos + distance) == wanted.back());
+        const size_t at = FirstHit(hits);
+        pos += at;
+        if (at == sizeof hits) continue;
+        if (text.substr(pos, wanted.size()) == wanted) return pos;
+        ++pos;
+    }
+    return text.find(wanted, pos);
+}
+
+} // namespace vrx
