@@ -3,8 +3,10 @@
 #include "base/internal/Blanks.h"
 #include "base/internal/ByteClass.h"
 #include "base/internal/ByteSet.h"
+#include "base/internal/CaseTable.h"
 
 #include <cctype>
+#include <cstdint>
 #include <functional>
 #include <string_view>
 #include <utility>
@@ -21,12 +23,13 @@ std::string_view ViewOf(const char* text) {
 /// The rules of IsIdentifier for a name that holds no NUL.
 bool IsName(std::string_view name, std::string_view extra, std::string_view extraFirst) {
     if (name.empty()) return false;
-    const auto first = static_cast<unsigned char>(name.front());
-    if (first != '_' && !std::isalpha(first) && extraFirst.find(name.front()) == extraFirst.npos)
-        return false;
+    const uint16_t* const classes = vrx::ClassTable();
+    const auto is = [classes](char c, int wanted) {
+        return (classes[static_cast<unsigned char>(c)] & wanted) != 0 || c == '_';
+    };
+    if (!is(name.front(), _ISalpha) && extraFirst.find(name.front()) == extraFirst.npos) return false;
     for (const char c : name.substr(1)) {
-        if (c != '_' && !std::isalnum(static_cast<unsigned char>(c)) && extra.find(c) == extra.npos)
-            return false;
+        if (!is(c, _ISalnum) && extra.find(c) == extra.npos) return false;
     }
     return true;
 }

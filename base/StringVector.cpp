@@ -48,11 +48,9 @@ int string_vector::find(const char* text, size_t start) const {
 
 int string_vector::findi(const char* text, size_t start) const {
     if (text == nullptr) return -1;
-    return FirstMatch(*this, start,
-                      [wanted = std::string_view(text), lower = vrx::LowerTable()](const auto& element) {
-                          return element.size() >= wanted.size() && element.c_str()[wanted.size()] == '\0' &&
-                                 vrx::EqualIgnoringCase(element.data(), wanted, lower);
-                      });
+    return FirstMatch(*this, start, [text, lower = vrx::LowerTable()](const std::string& element) {
+        return vrx::CompareIgnoringCase(element.c_str(), text, lower) == 0;
+    });
 }
 
 int string_vector::findwild(const char* pattern, size_t start) const {

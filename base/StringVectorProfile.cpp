@@ -1,12 +1,12 @@
 #include "base/StringVector.h"
 
 #include "base/internal/Blanks.h"
-#include "base/internal/Tokens.h"
+#include "base/internal/CaseTable.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <cstdlib>
 #include <string_view>
-#include <strings.h>
 #include <utility>
 
 namespace {
@@ -15,10 +15,6 @@ using Lines = std::vector<std::string>;
 
 bool IsNothing(const char* text) {
     return text == nullptr || *text == '\0';
-}
-
-bool EqualIgnoringCase(std::string_view a, std::string_view b) {
-    return a.size() == b.size() && ::strncasecmp(a.data(), b.data(), a.size()) == 0;
 }
 
 bool StartsSection(const std::string& line) {
@@ -31,11 +27,12 @@ bool IsEntry(const std::string& line) {
 
 /// The index of the first header line of the section, or the number of lines.
 size_t FindSection(const Lines& lines, std::string_view section) {
+    const int32_t* const lower = vrx::LowerTable();
     size_t at = 0;
     for (; at < lines.size(); ++at) {
-        const std::string_view line = lines[at];
+        const std::string& line = lines[at];
         if (line.size() != section.size() + 2 || line.front() != '[' || line.back() != ']') continue;
-        if (EqualIgnoringCase(line.substr(1, section.size()), section)) break;
+        if (vrx::EqualIgnoringCase(line.data() + 1, section, lower)) break;
     }
     return at;
 }
@@ -45,33 +42,43 @@ void EraseSection(Lines& lines, size_t header) {
     lines.erase(first, std::find_if(first + 1, lines.end(), StartsSection));
 }
 
-/// Entry lines are cut at runs of "=", and only there.
-constexpr vrx::ByteSet kEquals("=");
+// Entry lines are cut at runs of "=", and only there. Both step over what their names say, up to a NUL.
 
-/// The first part of an entry line; empty when the line holds only "=" signs.
-std::string_view EntryKey(const std::string& line) {
-    std::string_view key;
-    vrx::TokenReader(vrx::UpToNul(line), kEquals, '\0').Next(key);
-    return key;
+const char* SkipEquals(const char* at) {
+    while (*at == '=') ++at;
+    return at;
+}
+
+const char* SkipPart(const char* at) {
+    while (*at != '=' && *at != '\0') ++at;
+    return at;
 }
 
 /// The second part of an entry line of exactly two parts; empty for any other line.
 std::string_view EntryValue(const std::string& line) {
-    vrx::TokenReader parts(vrx::UpToNul(line), kEquals, '\0');
-    std::string_view key;
-    std::string_view value;
-    std::string_view more;
-    const bool pair = parts.Next(key) && parts.Next(value) && !parts.Next(more);
-    return pair ? value : std::string_view();
+    const char* const key = SkipEquals(line.c_str());
+    const char* const value = SkipEquals(SkipPart(key));
+    const char* const end = SkipPart(value);
+    if (*SkipEquals(end) != '\0') return {};
+    return {value, static_cast<size_t>(end - value)};
+}
+
+/// Whether the first part of an entry line is `key`. `entry` is the line from its first part on, up to a NUL.
+bool HasKey(const char* entry, size_t size, std::string_view key, const int32_t* lower) {
+    if (size < key.size() || (entry[key.size()] != '=' && entry[key.size()] != '\0')) return false;
+    return vrx::EqualIgnoringCase(entry, key, lower) && key.find('=') == key.npos;
 }
 
 /// The index of the line at which the search for a key ends, from `from` on: the key's entry, a line of "="
 /// signs only (which hides all keys below it: files rely on it), the next section, or the number of lines.
 size_t FindKey(const Lines& lines, size_t from, std::string_view key) {
+    const int32_t* const lower = vrx::LowerTable();
     for (; from < lines.size() && !StartsSection(lines[from]); ++from) {
-        if (!IsEntry(lines[from])) continue;
-        const std::string_view found = EntryKey(lines[from]);
-        if (found.empty() || EqualIgnoringCase(found, key)) break;
+        const std::string& line = lines[from];
+        if (!IsEntry(line)) continue;
+        const char* const entry = SkipEquals(line.c_str());
+        const auto size = static_cast<size_t>(line.c_str() + line.size() - entry);
+        if (*entry == '\0' || HasKey(entry, size, key, lower)) break;
     }
     return from;
 }

@@ -1,15 +1,14 @@
 #pragma once
 
-#include <algorithm>
 #include <cctype>
+#include <cstddef>
 #include <cstdint>
 #include <string_view>
 
 namespace vrx {
 
 /// What tolower(3) gives for each byte in the current C locale, indexed by unsigned char: the C library's own
-/// table
-/// (<ctype.h> declares it), so that a loop over bytes asks for it once. Valid until the locale changes.
+/// table (<ctype.h> declares it), so that a loop over bytes asks for it once. Valid until the locale changes.
 inline const int32_t* LowerTable() {
     return *::__ctype_tolower_loc();
 }
@@ -19,11 +18,20 @@ inline const int32_t* UpperTable() {
     return *::__ctype_toupper_loc();
 }
 
-/// Whether the bytes at `text`, as many as `wanted` has, equal it without regard to case.
+/// The character classes of each byte (bits such as _ISalpha), likewise: what isalpha(3) and its like look at.
+inline const uint16_t* ClassTable() {
+    return *::__ctype_b_loc();
+}
+
+/// Whether the bytes at `text`, as many as `wanted` has, equal it without regard to case. Compares from the end,
+/// where texts of one length differ most often, numbered ones above all.
 inline bool EqualIgnoringCase(const char* text, std::string_view wanted, const int32_t* lower) {
-    return std::equal(wanted.begin(), wanted.end(), text, [lower](char a, char b) {
-        return lower[static_cast<unsigned char>(a)] == lower[static_cast<unsigned char>(b)];
-    });
+    for (size_t i = wanted.size(); i > 0; --i) {
+        const auto a = static_cast<unsigned char>(text[i - 1]);
+        const auto b = static_cast<unsigned char>(wanted[i - 1]);
+        if (lower[a] != lower[b]) return false;
+    }
+    return true;
 }
 
 /// As strcasecmp(3): compares two C strings without regard to case in the current C locale, whose LowerTable
