@@ -47,7 +47,7 @@ per_call() {
     echo $((($(collected "$1" "$2" 200) - $(collected "$1" "$2" 100)) / 100))
 }
 
-# instructions WORDS: the row. Allowed: 400, and 0.85 for each word in and out.
+# instructions WORDS: the row, both sides with a second thread. Allowed: 400, and 0.85 for each word in and out.
 instructions() {
     beyond=$(($(per_call pump "$1") - $(per_call loop "$1")))
     printf '{"name": "PumpAudio user-space instructions/%d words"' "$1"

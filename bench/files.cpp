@@ -162,16 +162,16 @@ void AddLineRows(const char* input, const char* fileName, size_t bytes, size_t l
         Floor("copy of the result", [out = absl::StrJoin(*list, "\r\n")] { return std::string(out); }));
 }
 
-/// Reads all lines of a file one after another into one string; gives their count, bytes and the last one.
+/// What is kept of lines that are read one after another into one string.
 struct LineSums {
     size_t lines = 0;
     size_t bytes = 0;
-    std::string last;
+    size_t lastBytes = 0;
 
     void Add(const std::string& line) {
         ++lines;
         bytes += line.size();
-        last = line;
+        lastBytes += static_cast<unsigned char>(line.back());
     }
     bool operator==(const LineSums&) const = default;
 };
@@ -221,7 +221,7 @@ void WriteWavWithSndfile(const std::string& name, const std::string& block) {
     sf_close(file);
 }
 
-/// The frames of a file and its last block.
+/// The frames of a file and its last block. Not read beyond: there libsndfile clears the block.
 using Samples = std::pair<size_t, std::string>;
 
 Samples ReadWav(const std::string& name) {
@@ -229,8 +229,8 @@ Samples ReadWav(const std::string& name) {
     reader.Open();
     size_t frames = 0;
     std::string block(kBlockBytes, '\0');
-    for (int got; (got = reader.ReadSamples(block.data(), kBlockFrames)) > 0;)
-        frames += static_cast<size_t>(got);
+    for (size_t i = 0; i < kBlocks; ++i)
+        frames += static_cast<size_t>(reader.ReadSamples(block.data(), kBlockFrames));
     reader.Close();
     return {frames, block};
 }
@@ -240,8 +240,8 @@ Samples ReadWavWithSndfile(const std::string& name) {
     SNDFILE* const file = sf_open(name.c_str(), SFM_READ, &info);
     size_t frames = 0;
     std::string block(kBlockBytes, '\0');
-    for (sf_count_t got; (got = sf_read_raw(file, block.data(), kBlockBytes)) > 0;)
-        frames += static_cast<size_t>(got) / kFrameBytes;
+    for (size_t i = 0; i < kBlocks; ++i)
+        frames += static_cast<size_t>(sf_read_raw(file, block.data(), kBlockBytes)) / kFrameBytes;
     sf_close(file);
     return {frames, block};
 }

@@ -104,7 +104,10 @@ void AddCaseAndTrimRows() {
         AddInPlaceRow(
             "String::TrimLeft", name, blanks + word, [](std::string& s) { String::TrimLeft(s); },
             "absl::StripLeadingAsciiWhitespace",
-            [](std::string& s) { absl::StripLeadingAsciiWhitespace(&s); });
+            [](std::string& s) {
+                s.resize(std::strlen(s.c_str())); // ours ends the text at a NUL
+                absl::StripLeadingAsciiWhitespace(&s);
+            });
         AddInPlaceRow(
             "String::TrimRight", name, word + blanks, [](std::string& s) { String::TrimRight(s, true); },
             "absl::StripTrailingAsciiWhitespace",
@@ -166,23 +169,6 @@ void AddWildRows() {
 
 // Macros.
 
-std::string ExpandByHand(const std::string& text, const MacroTable& macros) {
-    std::string out;
-    size_t pos = 0;
-    for (;;) {
-        const size_t open = text.find('$', pos);
-        const size_t close = open == text.npos ? open : text.find('$', open + 1);
-        if (close == text.npos) return out.append(text, pos);
-        out.append(text, pos, open - pos);
-        const auto macro = macros.find(text.substr(open + 1, close - open - 1));
-        if (macro != macros.end())
-            out += macro->second;
-        else
-            out.append(text, open, close + 1 - open);
-        pos = close + 1;
-    }
-}
-
 bool StartsWord(char c) {
     return std::isalpha(static_cast<unsigned char>(c)) || c == '_' || c == '$' || c == '@';
 }
@@ -216,6 +202,24 @@ bool IsIdentifierByHand(const std::string& name) {
     return true;
 }
 
+std::string ExpandByHand(const std::string& text, const MacroTable& macros, bool checked) {
+    std::string out;
+    size_t pos = 0;
+    for (;;) {
+        const size_t open = text.find('$', pos);
+        const size_t close = open == text.npos ? open : text.find('$', open + 1);
+        if (close == text.npos) return out.append(text, pos);
+        out.append(text, pos, open - pos);
+        const std::string name = text.substr(open + 1, close - open - 1);
+        const auto macro = !checked || IsIdentifierByHand(name) ? macros.find(name) : macros.end();
+        if (macro != macros.end())
+            out += macro->second;
+        else
+            out.append(text, open, close + 1 - open);
+        pos = close + 1;
+    }
+}
+
 void AddMacroRows() {
     static const Macros macros = [] {
         Macros all;
@@ -243,9 +247,9 @@ void AddMacroRows() {
                 (void)String::ExpandDelimited(out, marked, macros, checked, '$'); // no name is unknown
                 return out;
             },
-            Peer("loop over an unordered_map", [] { return ExpandByHand(marked, table); }),
+            Peer("loop over an unordered_map", [checked] { return ExpandByHand(marked, table, checked); }),
             Floor("copy of the result",
-                  [result = ExpandByHand(marked, table)] { return std::string(result); }));
+                  [result = ExpandByHand(marked, table, checked)] { return std::string(result); }));
     }
     Compare(
         "String::ExpandIdentifier", input, [] { return String::ExpandIdentifier(words, macros, nullptr); },
@@ -293,7 +297,7 @@ void AddQuotedRow(const char* input, size_t bytes) {
 
 // Scrambling.
 
-std::string ScrambleByteByByte(uint64_t seed, const std::string& key, const std::string& text) {
+std::string ScrambleByteByByte(uint64_t seed, std::string_view key, const char* text) {
     std::string out = text;
     size_t at = seed % (key.size() - 1);
     for (char& c : out) {
@@ -309,7 +313,7 @@ void AddScrambleRow(const char* input, size_t bytes) {
     Compare(
         "String::SymmetricEncrypt", input,
         [=] { return String::SymmetricEncrypt(5, key.c_str(), text.c_str()); },
-        Peer("byte by byte", [=] { return ScrambleByteByByte(5, key, text); }),
+        Peer("byte by byte", [=] { return ScrambleByteByByte(5, key.c_str(), text.c_str()); }),
         Floor("copy of the text", [=] { return std::string(text); }));
 }
 
