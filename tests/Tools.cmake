@@ -8,19 +8,30 @@ find_package(PkgConfig REQUIRED)
 pkg_check_modules(SNDFILE REQUIRED IMPORTED_TARGET sndfile)
 
 add_executable(tool_tests
+  ${PROJECT_SOURCE_DIR}/tools/BlockCsv.cpp
   ${PROJECT_SOURCE_DIR}/tools/ConnectionOptions.cpp
+  ${PROJECT_SOURCE_DIR}/tools/Envelope.cpp
   ${PROJECT_SOURCE_DIR}/tools/Faults.cpp
+  ${PROJECT_SOURCE_DIR}/tools/HtmlReport.cpp
+  ${PROJECT_SOURCE_DIR}/tools/Interrupt.cpp
+  ${PROJECT_SOURCE_DIR}/tools/OutputFile.cpp
+  ${PROJECT_SOURCE_DIR}/tools/Pacing.cpp
   ${PROJECT_SOURCE_DIR}/tools/Processing.cpp
   ${PROJECT_SOURCE_DIR}/tools/RunStatistics.cpp
   ${PROJECT_SOURCE_DIR}/tools/Samples.cpp
   ${PROJECT_SOURCE_DIR}/tools/ServerProtocol.cpp
+  ${PROJECT_SOURCE_DIR}/tools/Svg.cpp
   support/RawClient.cpp
   support/ScriptedServer.cpp
   support/Subprocess.cpp
   support/Subprocess_test.cpp
+  tools/BlockCsv_test.cpp
   tools/ConnectionOptions_test.cpp
+  tools/Envelope_test.cpp
   tools/Examples_test.cpp
   tools/Faults_test.cpp
+  tools/HtmlReport_test.cpp
+  tools/Pacing_test.cpp
   tools/Pins_test.cpp
   tools/Processing_test.cpp
   tools/Pump_test.cpp
@@ -28,6 +39,7 @@ add_executable(tool_tests
   tools/Samples_test.cpp
   tools/Send_test.cpp
   tools/ServerProtocol_test.cpp
+  tools/Svg_test.cpp
   tools/serve_test.cpp
 )
 target_compile_definitions(tool_tests PRIVATE

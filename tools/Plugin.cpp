@@ -41,6 +41,8 @@ Plugin::Plugin(const std::string& path) {
         ::dlclose(m_library);
         throw Failure{kFileFailed, file + " is no talker plug-in: it has no TalkerFactory()"};
     }
+    std::error_code error;
+    m_file = fs::canonical(file, error).string();
 }
 
 Plugin::~Plugin() {

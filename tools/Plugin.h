@@ -17,10 +17,14 @@ public:
     Plugin(const Plugin&) = delete;
     Plugin& operator=(const Plugin&) = delete;
 
+    /// The file that was loaded, links followed.
+    const std::string& File() const { return m_file; }
+
     /// A new talker that knows no server yet. It must be gone before the plug-in is.
     std::unique_ptr<CVRXTalker> CreateTalker() const;
 
 private:
+    std::string m_file;
     void* m_library = nullptr;
     CVRXTalker* (*m_factory)() = nullptr;
 };

@@ -19,16 +19,20 @@ void StopIfInterrupted() {
 
 } // namespace
 
-BlockPump::BlockPump(Session& session, unsigned words, unsigned retries)
-    : m_session(session), m_words(words), m_retries(retries) {}
+BlockPump::BlockPump(Session& session, unsigned words, unsigned retries, double period)
+    : m_session(session), m_words(words), m_retries(retries), m_pacing(m_clock, period) {}
 
 BlockRecord BlockPump::Send(const std::uint32_t* in, std::uint32_t* out) {
     BlockRecord block;
     block.number = ++m_blocks;
+    block.dueAt = m_pacing.AwaitNext();
+    StopIfInterrupted();
     for (;;) {
         block.sentAt = Elapsed();
         block.result = m_session.PumpAudio(in, out, m_words);
-        block.milliseconds = (Elapsed() - block.sentAt) * 1000;
+        const double repliedAt = Elapsed();
+        block.milliseconds = (repliedAt - block.sentAt) * 1000;
+        block.sinceDue = (repliedAt - block.dueAt) * 1000;
         if (!block.Failed() || !m_session.TransportFault()) break;
         Recover(block.result, block);
     }
@@ -44,15 +48,11 @@ void BlockPump::Recover(int result, BlockRecord& block) {
         if (block.retries == m_retries)
             throw Failure{kRunFailed, "block " + std::to_string(block.number) + " failed at " +
                                           m_session.Server().Place() + " after " + std::to_string(m_retries) +
-                                          " retries (" + Session::Describe(result) +
+                                          " retries (" + m_session.Describe(result) +
                                           "): check the server, or allow more --retries"};
         PauseUnlessInterrupted(RetryPause(++block.retries));
         StopIfInterrupted();
     } while (!m_session.Reconnect(result));
-}
-
-double BlockPump::Elapsed() const {
-    return std::chrono::duration<double>(Clock::now() - m_start).count();
 }
 
 int RetryPause(unsigned retry) {
@@ -81,7 +81,7 @@ void PumpFile(BlockPump& pump, AudioReader& reader, AudioWriter& writer, const F
 
         const BlockRecord block = pump.Send(in.data(), out.data());
         writer.Write(out.data(), frames, run.words);
-        done(block, frames);
+        done({block, in.data(), out.data(), frames});
         StopIfInterrupted();
     }
 }

@@ -1,10 +1,10 @@
 #pragma once
 
 #include "tools/AudioFile.h"
+#include "tools/Pacing.h"
 #include "tools/RunStatistics.h"
 #include "tools/Session.h"
 
-#include <chrono>
 #include <cstdint>
 #include <functional>
 
@@ -15,26 +15,26 @@ class BlockPump {
 public:
     /// words     in every block, both ways
     /// retries   how often one block may be sent again, each time after a longer pause and a new connect
-    BlockPump(Session& session, unsigned words, unsigned retries);
+    /// period    seconds between the moments at which two blocks are due; 0: as fast as the replies come
+    BlockPump(Session& session, unsigned words, unsigned retries, double period = 0);
 
-    /// Sends one block and waits for its reply. A block that the server answers with a negative status is
+    /// Waits until the block is due, sends it and waits for its reply. A block that the server answers with a negative status is
     /// a failed block: it is not sent again, and `out` becomes silence. Throws Failure when the retries are
     /// used up or an interrupt came in a pause.
     BlockRecord Send(const std::uint32_t* in, std::uint32_t* out);
 
     /// Seconds since this object was made.
-    double Elapsed() const;
+    double Elapsed() const { return m_clock.Now(); }
 
 private:
-    using Clock = std::chrono::steady_clock;
-
     void Recover(int result, BlockRecord& block);
 
     Session& m_session;
     unsigned m_words;
     unsigned m_retries;
     std::uint64_t m_blocks = 0;
-    Clock::time_point m_start = Clock::now();
+    SteadyRunClock m_clock;
+    Pacing m_pacing;
 };
 
 /// Milliseconds to wait before the given retry of a block, counted from 1: 500, twice as long each time, at
@@ -50,11 +50,18 @@ struct FileRun {
     std::uint64_t tail = 0; ///< frames of silence to send after the end of the input
 };
 
-/// Told after each block; `frames` is how many frames of the block belong to the output.
-using BlockDone = std::function<void(const BlockRecord& block, std::size_t frames)>;
+/// A block after its exchange, with the words of both sides.
+struct PumpedBlock {
+    const BlockRecord& record;
+    const std::uint32_t* in;
+    const std::uint32_t* out;
+    std::size_t frames; ///< how many of them belong to the output
+};
+
+using BlockDone = std::function<void(const PumpedBlock& block)>;
 
 /// Sends the whole input and the tail, the last block filled up with silence, and writes as many frames as
-/// the two have. Throws Failure; kInterrupted when an interrupt came, the block under way completed.
+/// the two have; tells `done` after each block. Throws Failure; kInterrupted when an interrupt came, the block under way completed.
 void PumpFile(BlockPump& pump, AudioReader& reader, AudioWriter& writer, const FileRun& run,
               const BlockDone& done);
 

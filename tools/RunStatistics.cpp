@@ -5,18 +5,41 @@
 
 namespace vrx {
 
+namespace {
+
+std::vector<double> Sorted(std::vector<double> values) {
+    std::sort(values.begin(), values.end());
+    return values;
+}
+
+BlockTimes TimesOf(const std::vector<double>& sorted) {
+    return {Percentile(sorted, 50), Percentile(sorted, 95), Percentile(sorted, 99), Percentile(sorted, 99.9),
+            Percentile(sorted, 100)};
+}
+
+} // namespace
+
 void RunStatistics::Add(const BlockRecord& block) {
     m_milliseconds.push_back(block.milliseconds);
+    m_sinceDue.push_back(block.sinceDue);
     if (block.Failed() && m_failed++ == 0) m_firstFailed = block;
     if (block.retries > 0) ++m_retried;
+    if (block.sinceDue > m_deadline) ++m_missed;
+    m_missedRun = block.sinceDue > m_deadline ? m_missedRun + 1 : 0;
+    m_longestMissedRun = std::max(m_longestMissedRun, m_missedRun);
     m_last = block;
 }
 
 BlockTimes RunStatistics::Times() const {
-    if (m_milliseconds.empty()) return {};
-    std::vector<double> sorted = m_milliseconds;
-    std::sort(sorted.begin(), sorted.end());
-    return {Percentile(sorted, 50), Percentile(sorted, 95), Percentile(sorted, 99), sorted.back()};
+    return TimesOf(SortedMilliseconds());
+}
+
+BlockTimes RunStatistics::TimesSinceDue() const {
+    return TimesOf(Sorted(m_sinceDue));
+}
+
+std::vector<double> RunStatistics::SortedMilliseconds() const {
+    return Sorted(m_milliseconds);
 }
 
 double Percentile(const std::vector<double>& sorted, double percent) {

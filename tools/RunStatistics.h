@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <limits>
 #include <vector>
 
 namespace vrx {
@@ -9,8 +10,10 @@ namespace vrx {
 /// What is known about one block after its exchange with the server.
 struct BlockRecord {
     std::uint64_t number = 0; ///< from 1
-    double sentAt = 0;        ///< seconds from the start of the run to its last sending
+    double dueAt = 0;         ///< seconds from the start of the run to when it was to be sent
+    double sentAt = 0;        ///< seconds to its last sending
     double milliseconds = 0;  ///< that exchange alone, without earlier attempts and pauses
+    double sinceDue = 0;      ///< milliseconds from when it was due to the reply, everything included
     int result = 0;           ///< the server's status; below 0: it failed there
     unsigned retries = 0;     ///< how often it had to be sent again
     float averageCycles = 0;  ///< the server's two figures as of this block
@@ -24,12 +27,17 @@ struct BlockTimes {
     double p50 = 0;
     double p95 = 0;
     double p99 = 0;
+    double p999 = 0; ///< 99.9 of 100
     double max = 0;
 };
 
 /// Sums up the blocks of one run. Not for several threads.
 class RunStatistics {
 public:
+    /// deadline   milliseconds a block may take from when it is due
+    explicit RunStatistics(double deadline = std::numeric_limits<double>::infinity())
+        : m_deadline(deadline) {}
+
     void Add(const BlockRecord& block);
 
     std::uint64_t Blocks() const { return m_milliseconds.size(); }
@@ -41,11 +49,25 @@ public:
     /// The last block; its number is 0 before the first.
     const BlockRecord& Last() const { return m_last; }
 
-    /// All 0 before the first block.
+    /// Blocks whose reply came later than the deadline, and the most of them in a row.
+    std::uint64_t Missed() const { return m_missed; }
+    std::uint64_t LongestMissedRun() const { return m_longestMissedRun; }
+    double Deadline() const { return m_deadline; }
+
+    /// Of the exchanges alone; all 0 before the first block.
     BlockTimes Times() const;
+    /// From when each block was due.
+    BlockTimes TimesSinceDue() const;
+    /// The times of the exchanges, ascending.
+    std::vector<double> SortedMilliseconds() const;
 
 private:
+    double m_deadline;
     std::vector<double> m_milliseconds;
+    std::vector<double> m_sinceDue;
+    std::uint64_t m_missed = 0;
+    std::uint64_t m_missedRun = 0; // up to the last block
+    std::uint64_t m_longestMissedRun = 0;
     std::uint64_t m_failed = 0;
     std::uint64_t m_retried = 0;
     BlockRecord m_firstFailed;

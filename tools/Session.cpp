@@ -2,7 +2,9 @@
 
 #include "tools/Errors.h"
 #include "tools/Interrupt.h"
+#include "tools/Numbers.h"
 
+#include <chrono>
 #include <utility>
 
 namespace vrx {
@@ -19,9 +21,28 @@ Session::Session(const std::string& plugin, ServerSettings server)
 void Session::Connect() {
     if (Configure()) return;
     if (Interrupted()) throw Failure{kInterrupted, "interrupted while connecting to " + m_server.Place()};
-    throw Failure{kCannotConnect, "cannot connect to " + m_server.Place() +
-                                      ": check the address and that the server runs there (" + m_complaint +
-                                      ")"};
+    throw Failure{kCannotConnect, "cannot connect to " + m_server.Place() + ": " + WhyNotConnected() + " (" +
+                                      m_complaint + ")"};
+}
+
+std::string Session::WhyNotConnected() const {
+    const bool timedOut = m_complaint.ends_with("hr=0xffffd8f1"); // -9999
+    if (timedOut)
+        return "waited " + Fixed(m_waited, 1) +
+               " s for its reply to the connect command: check that it is this kind of server that listens "
+               "there";
+    const std::string tried = m_waited < 1 ? "" : "tried for " + Fixed(m_waited, 1) + " s to reach it: ";
+    return tried + "check the address and that the server runs there";
+}
+
+template <class Call>
+int Session::Timed(const char* awaited, const Call& call) {
+    using Clock = std::chrono::steady_clock;
+    const auto start = Clock::now();
+    const int result = call();
+    m_waited = std::chrono::duration<double>(Clock::now() - start).count();
+    m_awaited = awaited;
+    return result;
 }
 
 bool Session::Reconnect(int result) {
@@ -32,16 +53,23 @@ bool Session::Reconnect(int result) {
 }
 
 int Session::PumpAudio(const std::uint32_t* in, std::uint32_t* out, unsigned words) {
-    return Checked(m_talker->PumpAudio(in, out, words, words));
+    return Checked(Timed("the block", [&] { return m_talker->PumpAudio(in, out, words, words); }));
 }
 
 int Session::PinProps(PinValues& pins) {
-    return Checked(
-        m_talker->PinProps(pins.in[0], pins.in[1], pins.in[2], pins.out[0], pins.out[1], pins.out[2]));
+    return Checked(Timed("the question for its pins", [&] {
+        return m_talker->PinProps(pins.in[0], pins.in[1], pins.in[2], pins.out[0], pins.out[1], pins.out[2]);
+    }));
+}
+
+int Session::SendMessage(const char* text, std::string& reply) {
+    return Timed("the text", [&] { return m_talker->SendMessage(text, reply); });
 }
 
 bool Session::Configure() {
-    if (m_talker->Configure(m_server.args.c_str())) return true;
+    const int done =
+        Timed("the connect command", [&] { return m_talker->Configure(m_server.args.c_str()) ? 1 : 0; });
+    if (done == 1) return true;
     m_complaint = m_output.TakeLines();
     return false;
 }
@@ -51,8 +79,8 @@ int Session::Checked(int result) {
     return result;
 }
 
-std::string Session::Describe(int result) {
-    const auto meaning = [result] {
+std::string Session::Describe(int result) const {
+    const auto meaning = [&]() -> std::string {
         switch (result) {
         case -1:
             return "no connection to the server";
@@ -63,7 +91,8 @@ std::string Session::Describe(int result) {
         case -9997:
             return "sending failed";
         case -9999:
-            return "the server did not reply in time";
+            return "waited " + Fixed(m_waited, 1) + " s for " + m_server.Place() + " to reply to " +
+                   m_awaited;
         case kNotAPacket:
             return "the reply was no packet";
         default:

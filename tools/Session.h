@@ -36,16 +36,18 @@ public:
     int PinProps(PinValues& pins);
 
     /// Every negative result of this one is a transport fault.
-    int SendMessage(const char* text, std::string& reply) { return m_talker->SendMessage(text, reply); }
+    int SendMessage(const char* text, std::string& reply);
 
     /// True when the last negative result came from the talker and not from the server: the talker then
     /// prints a line, while it passes a server's status on in silence.
     bool TransportFault() const { return !m_complaint.empty(); }
 
-    /// "result -9995: the server closed the connection", for messages.
-    static std::string Describe(int result);
+    /// What the last call's result means, for messages: "result -9995: the server closed the connection". A
+    /// time-out says how long it waited, for whom and for what.
+    std::string Describe(int result) const;
 
     const ServerSettings& Server() const { return m_server; }
+    const std::string& PluginFile() const { return m_plugin.File(); }
     float AverageCycles() const { return m_talker->GetAverageCycles(); }
     float PumpCycles() const { return m_talker->GetPumpCycles(); }
 
@@ -53,14 +55,20 @@ public:
     void Print(std::string_view text) const { m_output.Print(text); }
 
 private:
+    /// Runs one call of the talker that waits for `awaited`, and times it.
+    template <class Call>
+    int Timed(const char* awaited, const Call& call);
     bool Configure();
     int Checked(int result);
+    std::string WhyNotConnected() const;
 
     ServerSettings m_server;
     Plugin m_plugin;
     CapturedOutput m_output;
     std::unique_ptr<CVRXTalker> m_talker;
     std::string m_complaint; // what the talker printed during the last failing call
+    const char* m_awaited = "";
+    double m_waited = 0; // seconds that the last call took
 };
 
 } // namespace vrx

@@ -41,7 +41,7 @@ int RunPins(const PinsOptions& options) {
     const int result = session.PinProps(pins);
     if (result < 0 && session.TransportFault())
         throw Failure{kRunFailed, "no pin properties from " + server.Place() + " (" +
-                                      Session::Describe(result) + "): check that the server has such pins"};
+                                      session.Describe(result) + "): check that the server has such pins"};
     if (result < 0)
         throw Failure{kRunFailed, server.Place() + " refused the pin properties of '" + server.input +
                                       "' and '" + server.output + "' with status " + std::to_string(result) +

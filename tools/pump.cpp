@@ -1,14 +1,16 @@
+#include "tools/BlockCsv.h"
 #include "tools/Commands.h"
+#include "tools/HtmlReport.h"
 #include "tools/Interrupt.h"
+#include "tools/Numbers.h"
+#include "tools/OutputFile.h"
+#include "tools/ProgressLine.h"
 #include "tools/Pumping.h"
+#include "tools/RunSummary.h"
 
-#include <cmath>
 #include <csignal>
-#include <cstdio>
 #include <memory>
-#include <nlohmann/json.hpp>
 #include <optional>
-#include <unistd.h>
 
 using namespace vrx;
 
@@ -28,103 +30,17 @@ struct PumpOptions {
     std::uint64_t tail = 0;
     unsigned retries = 3;
     bool force = false;
+    bool paced = false;
+    std::string report; // "": none
+    std::string csv;    // "": none
     bool json = false;
 };
 
-std::string Fixed(double value, int decimals) {
-    char text[400];
-    (void)std::snprintf(text, sizeof text, "%.*f", decimals, value);
-    return text;
-}
-
-/// The line on a terminal that shows how far a run has come; silent elsewhere.
-class ProgressLine {
-public:
-    ProgressLine(std::uint64_t frames, int sampleRate)
-        : m_shown(::isatty(STDERR_FILENO) == 1), m_frames(frames), m_sampleRate(sampleRate) {}
-    ~ProgressLine() {
-        if (m_shown) (void)std::fputs("\r\033[K", stderr);
-    }
-    ProgressLine(const ProgressLine&) = delete;
-    ProgressLine& operator=(const ProgressLine&) = delete;
-
-    void Show(std::uint64_t done, double seconds) {
-        constexpr double kInterval = 0.1;
-        if (!m_shown || seconds < m_next) return;
-        m_next = seconds + kInterval;
-        const double speed = TimesRealTime(done, m_sampleRate, seconds);
-        if (m_frames < done || m_frames == 0 || done == 0) { // the header did not say how long the input is
-            (void)std::fprintf(stderr, "\r%.1f s, %.1f times real time\033[K", seconds, speed);
-            return;
-        }
-        const double part = static_cast<double>(done) / static_cast<double>(m_frames);
-        const auto left = std::lround(seconds / part - seconds);
-        (void)std::fprintf(stderr, "\r%3.0f %%, %.1f times real time, %ld:%02ld left\033[K", 100 * part,
-                           speed, left / 60, left % 60);
-    }
-
-private:
-    bool m_shown;
-    std::uint64_t m_frames;
-    int m_sampleRate;
-    double m_next = 0;
-};
-
-/// What the summary tells, as a line and as JSON.
-struct Summary {
-    const PumpOptions& options;
-    const ServerSettings& server;
-    const RunStatistics& statistics;
-    std::size_t blockFrames;
-    std::uint64_t frames; // in the output
-    unsigned channels;
-    int sampleRate;
-    double seconds;
-    bool written; // the output has its name
-
-    std::string Line() const {
-        const BlockTimes times = statistics.Times();
-        const BlockRecord& last = statistics.Last();
-        return options.in + ": " + std::to_string(statistics.Blocks()) + " blocks of " +
-               std::to_string(blockFrames) + " frames through " + server.Place() + ", " +
-               std::to_string(frames) + " frames, " + std::to_string(statistics.Failed()) + " failed, " +
-               std::to_string(statistics.Retried()) + " retried, " +
-               Fixed(TimesRealTime(frames, sampleRate, seconds), 1) + " times real time, p50 " +
-               Fixed(times.p50, 3) + " ms, p95 " + Fixed(times.p95, 3) + " ms, p99 " + Fixed(times.p99, 3) +
-               " ms, max " + Fixed(times.max, 3) + " ms, cycles " + Fixed(double{last.averageCycles}, 0) +
-               " average " + Fixed(double{last.pumpCycles}, 0) + " pump -> " +
-               (written ? options.out : "nothing written") + "\n";
-    }
-
-    std::string Json() const {
-        const BlockTimes times = statistics.Times();
-        const BlockRecord& last = statistics.Last();
-        const nlohmann::json object = {
-            {"input", options.in},
-            {"output", written ? nlohmann::json(options.out) : nlohmann::json()},
-            {"server", server.host},
-            {"port", server.port},
-            {"blocks", statistics.Blocks()},
-            {"block_frames", blockFrames},
-            {"frames", frames},
-            {"channels", channels},
-            {"sample_rate", sampleRate},
-            {"failed", statistics.Failed()},
-            {"retried", statistics.Retried()},
-            {"realtime_factor", TimesRealTime(frames, sampleRate, seconds)},
-            {"milliseconds",
-             {{"p50", times.p50}, {"p95", times.p95}, {"p99", times.p99}, {"max", times.max}}},
-            {"cycles", {{"average", last.averageCycles}, {"pump", last.pumpCycles}}},
-        };
-        // File names are bytes: what is no UTF-8 in them is replaced.
-        return object.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
-    }
-};
-
-/// Asks for the pins only when an option was left open. A server that does not answer says nothing.
-PinValues PinsIfNeeded(Session& session, const PumpOptions& options) {
+/// Asks for the pins when an option was left open or the page is to show them. A server that does not answer
+/// says nothing.
+std::optional<PinValues> PinsIfNeeded(Session& session, const PumpOptions& options) {
+    if (options.block != 0 && !options.samples.empty() && options.report.empty()) return {};
     PinValues pins;
-    if (options.block != 0 && !options.samples.empty()) return pins;
     const int result = session.PinProps(pins);
     if (result >= 0) return pins;
     if (session.TransportFault() && !session.Reconnect(result)) session.Connect();
@@ -156,6 +72,78 @@ SampleStorage ChooseFormat(const PumpOptions& options, const AudioReader& reader
     return wants16 ? SampleStorage::kPcm16 : SampleStorage::kPcm32;
 }
 
+void CheckSideFiles(const PumpOptions& options) {
+    const bool reportTaken = !options.report.empty() && options.report == options.out;
+    const bool csvTaken =
+        !options.csv.empty() && (options.csv == options.out || options.csv == options.report);
+    if (reportTaken || csvTaken)
+        throw Failure{kWrongUsage, "OUT, --report and --csv name the same file: give each its own"};
+    if (!options.report.empty()) OutputFile::Check(options.report, options.force);
+    if (!options.csv.empty()) OutputFile::Check(options.csv, options.force);
+}
+
+std::string PinText(const unsigned (&values)[3]) {
+    return std::to_string(values[0]) + " " + std::to_string(values[1]) + " " + std::to_string(values[2]);
+}
+
+/// The page's verdict about a run that reached its end.
+std::string Verdict(const RunSummary& run) {
+    const RunStatistics& statistics = run.statistics;
+    if (statistics.Blocks() == 0) return "There was nothing to send.";
+    const std::string blocks =
+        std::to_string(statistics.Blocks()) + (statistics.Blocks() == 1 ? " block" : " blocks");
+    if (statistics.Failed() > 0)
+        return std::to_string(statistics.Failed()) + " of " + blocks + " failed: silence stands for them.";
+    const std::string all = (statistics.Blocks() == 1 ? "The only block" : "All " + blocks) + " came back";
+    if (!run.paced) return all + ".";
+    if (statistics.Missed() == 0) return all + " in time.";
+    return all + ", " + std::to_string(statistics.Missed()) +
+           " of them after their deadline (the longest run of these: " +
+           std::to_string(statistics.LongestMissedRun()) + ").";
+}
+
+/// ended   why the run ended early; "": it did not
+ReportTexts PageTexts(const PumpOptions& options, const RunSummary& run, const FileRun& file,
+                      const std::optional<PinValues>& pins, const std::string& pluginFile,
+                      const std::string& ended) {
+    const RunStatistics& statistics = run.statistics;
+    const BlockTimes times = statistics.Times();
+    ReportTexts texts;
+    texts.title = "vrx pump: " + options.in + " through " + run.server.Place();
+    texts.verdict = ended.empty() ? Verdict(run) : "The run ended early: " + ended;
+    texts.good = ended.empty() && statistics.Failed() == 0 && (!run.paced || statistics.Missed() == 0);
+    texts.figures = {
+        {"Blocks", std::to_string(statistics.Blocks())},
+        {"Failed", std::to_string(statistics.Failed())},
+        {"Sent again", std::to_string(statistics.Retried())},
+        {run.paced ? "Missed deadlines" : "Over the deadline", std::to_string(statistics.Missed())},
+        {"Round trip p50", Brief(times.p50) + " ms"},
+        {"p99", Brief(times.p99) + " ms"},
+        {"Longest", Brief(times.max) + " ms"},
+        {"Times real time", Brief(TimesRealTime(run.frames, run.sampleRate, run.seconds))},
+    };
+    texts.facts = {
+        {"Input", options.in},
+        {"Output", run.output.empty() ? "nothing was written" : run.output},
+        {"Server", run.server.Place()},
+        {"Objects", run.server.input + " to " + run.server.output + ", layout " + run.server.layout},
+        {"Input pin", pins ? PinText(pins->in) : "the server did not say"},
+        {"Output pin", pins ? PinText(pins->out) : "the server did not say"},
+        {"Block", std::to_string(run.blockFrames) + " frames, " + Brief(statistics.Deadline()) + " ms"},
+        {"Stream", std::to_string(run.channels) + " channels at " + std::to_string(run.sampleRate) + " Hz, " +
+                       (file.words == SampleFormat::kF32 ? "32-bit float words" : "32-bit integer words")},
+        {"Pace", run.paced ? "each block when it was due in real time" : "as fast as the replies came"},
+        {"Longest run of missed deadlines", std::to_string(statistics.LongestMissedRun())},
+        {"Frames written",
+         std::to_string(run.frames) + " (" + std::to_string(options.tail) + " asked for as tail)"},
+        {"Time taken", Brief(run.seconds) + " s"},
+        {"Retries", std::to_string(statistics.Retried()) + " blocks were sent again, each at most " +
+                        std::to_string(options.retries) + " times"},
+        {"Versions", "vrx " VRX_VERSION ", plug-in " + pluginFile},
+    };
+    return texts;
+}
+
 int RunPump(const PumpOptions& options) {
     CatchInterrupts();
     (void)std::signal(SIGPIPE, SIG_IGN); // a closed standard output is an error like any other
@@ -165,44 +153,61 @@ int RunPump(const PumpOptions& options) {
     const AudioFormat format{reader.Channels(), reader.SampleRate(), ChooseFormat(options, reader)};
     const std::uint64_t expectedFrames = reader.Frames() + options.tail;
     AudioWriter::Check(options.out, format, options.force, expectedFrames);
+    CheckSideFiles(options);
     Session session(options.server.plugin, server);
     session.Connect();
-    const PinValues pins = PinsIfNeeded(session, options);
-    const FileRun run{ChooseWords(options, pins), ChooseBlock(options, pins, server, reader.Channels()),
+    const std::optional<PinValues> pins = PinsIfNeeded(session, options);
+    const PinValues said = pins.value_or(PinValues{});
+    const FileRun run{ChooseWords(options, said), ChooseBlock(options, said, server, reader.Channels()),
                       options.tail};
+    const double blockSeconds = static_cast<double>(run.blockFrames) / reader.SampleRate();
     AudioWriter writer(options.out, format, options.force);
+    std::optional<BlockCsv> csv;
+    if (!options.csv.empty()) csv.emplace(options.csv, options.force, blockSeconds * 1000);
+    std::optional<OutputFile> page;
+    if (!options.report.empty()) page.emplace(options.report, options.force);
 
-    RunStatistics statistics;
+    RunStatistics statistics(blockSeconds * 1000);
+    HtmlReport picture({run.words, reader.Channels(), reader.SampleRate(), run.blockFrames, options.paced});
     std::uint64_t frames = 0;
-    BlockPump pump(session, static_cast<unsigned>(run.blockFrames * reader.Channels()), options.retries);
+    BlockPump pump(session, static_cast<unsigned>(run.blockFrames * reader.Channels()), options.retries,
+                   options.paced ? blockSeconds : 0);
     std::optional<ProgressLine> progress(std::in_place, expectedFrames, reader.SampleRate());
-    const auto blockDone = [&](const BlockRecord& block, std::size_t blockFrames) {
-        statistics.Add(block);
-        frames += blockFrames;
+    const auto blockDone = [&](const PumpedBlock& block) {
+        statistics.Add(block.record);
+        if (csv) csv->Add(block.record);
+        if (page) picture.Add(block.record, block.in, block.out, block.frames);
+        frames += block.frames;
         progress->Show(frames, pump.Elapsed());
     };
-    const auto report = [&](bool written) {
+    const auto report = [&](const std::string& ended) {
         progress.reset();
-        const Summary summary{options,
-                              server,
-                              statistics,
-                              run.blockFrames,
-                              frames,
-                              reader.Channels(),
-                              reader.SampleRate(),
-                              pump.Elapsed(),
-                              written};
-        session.Print(options.json ? summary.Json() : summary.Line());
+        const RunSummary summary{options.in,
+                                 ended.empty() ? options.out : "",
+                                 server,
+                                 statistics,
+                                 run.blockFrames,
+                                 frames,
+                                 reader.Channels(),
+                                 reader.SampleRate(),
+                                 pump.Elapsed(),
+                                 options.paced};
+        session.Print(options.json ? JsonLine(summary.Json()) : summary.Line());
+        if (page)
+            page->Write(picture.Page(PageTexts(options, summary, run, pins, session.PluginFile(), ended),
+                                     statistics));
+        if (page) page->Finish();
+        if (csv) csv->Finish();
     };
 
     try {
         PumpFile(pump, reader, writer, run, blockDone);
         writer.Finish();
     } catch (const Failure& failure) {
-        report(false);
+        report(failure.message);
         throw Failure{failure.code, failure.message + "; " + options.out + " was not written"};
     }
-    report(true);
+    report("");
     if (statistics.Failed() == 0) return kDone;
     throw Failure{kRunFailed, std::to_string(statistics.Failed()) + " of " +
                                   std::to_string(statistics.Blocks()) + " blocks failed at " +
@@ -219,11 +224,13 @@ constexpr char kFooter[] =
     "A block that fails on the way is sent again; one that the server refuses becomes silence (exit code "
     "4).\n"
     "Rounding to 16 bits is to the nearest, halves to even; what lies outside the range is clipped.\n"
+    "With --paced a deadline is missed when a reply comes later than a block lasts after the block was due;\n"
+    "it changes nothing else, and the exit code is still 0.\n"
     "PCM .wav, and through libsndfile float .wav, .flac, .aiff, .au, .caf, .w64, .rf64, .ogg, .opus.\n"
     "\n"
     "Examples:\n"
     "  vrx pump in.wav out.wav --servport 7000\n"
-    "  vrx pump in.flac out.wav --servport 7000 --server studio --block 64 --tail 48000 --json";
+    "  vrx pump in.flac out.wav --servport 7000 --server studio --block 64 --paced --report run.html";
 
 } // namespace
 
@@ -245,7 +252,10 @@ void AddPump(CLI::App& app, int& exitCode) {
     add("--tail", options->tail, "FRAMES", "Silence to send after the end [0]")
         ->check(CLI::Range(std::uint64_t{0}, kMostTail).description(""));
     add("--retries", options->retries, "N", "Send a block again, after 0.5, 1, 2, 4, 5... s [3]");
-    command->add_flag("--force", options->force, "Overwrite OUT");
+    command->add_flag("--force", options->force, "Overwrite OUT and the two files below");
+    command->add_flag("--paced", options->paced, "Send each block when it is due in real time");
+    add("--report", options->report, "FILE", "Write a page that shows the run (HTML)");
+    add("--csv", options->csv, "FILE", "Write one row a block (CSV)");
     command->add_flag("--json", options->json, "Print the summary as one JSON object");
     command->footer(kFooter);
     command->callback(

@@ -37,7 +37,7 @@ int RunSend(const SendOptions& options) {
         const int result = session.SendMessage(text.c_str(), reply);
         if (result < 0)
             throw Failure{kRunFailed, "no reply to '" + text + "' from " + server.Place() + " (" +
-                                          Session::Describe(result) + "): check the server and the command"};
+                                          session.Describe(result) + "): check the server and the command"};
         session.Print(IsPacket(reply) ? "(a packet of " + std::to_string(reply.size()) + " bytes)\n"
                                       : reply + "\n");
     }

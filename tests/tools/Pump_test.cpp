@@ -1,5 +1,6 @@
 #include "tests/support/ScriptedServer.h"
 #include "tests/support/TemporaryFolder.h"
+#include "tests/support/WellFormed.h"
 #include "tests/tools/VrxRun.h"
 
 #include <chrono>
@@ -335,6 +336,126 @@ TEST_F(Pump, ShowsItsProgressOnATerminalOnly) {
     EXPECT_NE(end.out.find(" times real time, 0:00 left\033[K\r\033[K" + m_in + ": 1 blocks"),
               std::string::npos)
         << end.out;
+}
+
+// ---- paced, and what is left beside the output
+
+/// The fields of a CSV file's rows, its line of names left out.
+std::vector<std::vector<double>> CsvRows(const std::string& text) {
+    std::vector<std::vector<double>> rows;
+    std::istringstream lines(text);
+    std::string line;
+    std::getline(lines, line);
+    while (std::getline(lines, line)) {
+        rows.emplace_back();
+        std::istringstream fields(line);
+        for (std::string field; std::getline(fields, field, ',');) rows.back().push_back(std::stod(field));
+    }
+    return rows;
+}
+
+TEST_F(Pump, PacedSendsEachBlockWhenItIsDue) {
+    ScriptedServer server({EchoBlocks(3)});
+    const auto end = Run(server.Port(), {"--paced", "--json", "--csv", m_folder / "blocks.csv"});
+    EXPECT_EQ(end.exitCode, 0) << end.err;
+    const auto object = nlohmann::json::parse(end.out);
+    EXPECT_EQ(object.at("paced"), true);
+    EXPECT_EQ(object.at("deadline_milliseconds"), 0.25);
+    EXPECT_LE(object.at("milliseconds_since_due").at("p50"), object.at("milliseconds_since_due").at("max"));
+    const auto rows = CsvRows(m_folder.Read("blocks.csv"));
+    ASSERT_EQ(rows.size(), 3U);
+    for (std::size_t i = 0; i < 3; ++i) {
+        EXPECT_EQ(rows[i][0], static_cast<double>(i + 1));
+        EXPECT_NEAR(rows[i][1] - rows[0][1], static_cast<double>(i) * 0.00025, 2e-6) << "2 frames at 8000 Hz";
+        EXPECT_GE(rows[i][2], rows[i][1]) << "never sent early";
+        EXPECT_NEAR(rows[i][4], (rows[i][2] - rows[i][1]) * 1000 + rows[i][3], 0.002);
+    }
+    EXPECT_EQ(m_folder.Read("out.wav"), m_folder.Read("in.wav"));
+}
+
+TEST_F(Pump, PacedAStallMakesTheFollowingBlocksLate) {
+    // Blocks of 200 ms; the reply to the first comes after 700 ms. The next two were due at 200 and 400.
+    m_folder.Write("in.wav", Wav16(1, Noise(1600 * 3)));
+    const ServeProcess server({"--channels", "1", "--faults", "late=700ms", "--fault-limit", "1"});
+    const auto end = Run(server, {"--paced", "--block", "1600", "--csv", m_folder / "blocks.csv"});
+    EXPECT_EQ(end.exitCode, 0) << end.err;
+    EXPECT_NE(end.out.find(" 0 retried, 3 missed (longest run 3), "), std::string::npos) << end.out;
+    const auto rows = CsvRows(m_folder.Read("blocks.csv"));
+    ASSERT_EQ(rows.size(), 3U);
+    const double leastLate[] = {700, 500, 300};
+    for (std::size_t i = 0; i < 3; ++i) {
+        EXPECT_GE(rows[i][4], leastLate[i]);
+        EXPECT_EQ(rows[i][5], 1);
+    }
+}
+
+TEST_F(Pump, LeavesAReportOfTheRun) {
+    const ServeProcess server({"--channels", "1", "--pin-frames", "2"});
+    const auto end = Run(server, {"--report", m_folder / "run.html"});
+    EXPECT_EQ(end.exitCode, 0) << end.err;
+    const std::string page = m_folder.Read("run.html");
+    EXPECT_EQ(WhyNotWellFormed(page), "");
+    for (const std::string& text :
+         Strings{"All 3 blocks came back.", "127.0.0.1:" + server.Port(), "<td>2 1 1</td>",
+                 "2 frames, 0.25 ms", "vrx 1.0.0, plug-in ", "libVRX_talker_norvo.so.1.0.0"})
+        EXPECT_NE(page.find(text), std::string::npos) << text;
+}
+
+TEST_F(Pump, ReportsARunThatEndedEarlyToo) {
+    ScriptedServer server({EchoBlocks(1)});
+    const auto end = Run(server.Port(), {"--retries", "0", "--report", m_folder / "run.html", "--csv",
+                                         m_folder / "blocks.csv"});
+    EXPECT_EQ(end.exitCode, 4);
+    EXPECT_FALSE(OutExists());
+    const std::string page = m_folder.Read("run.html");
+    EXPECT_EQ(WhyNotWellFormed(page), "");
+    EXPECT_NE(page.find("The run ended early: "), std::string::npos);
+}
+
+TEST_F(Pump, LeavesNoFileBesideTheOutputUnasked) {
+    const ServeProcess server({"--channels", "1"});
+    m_folder.Write("taken.html", "precious");
+    for (const char* option : {"--report", "--csv"}) {
+        SCOPED_TRACE(option);
+        const auto taken = Run(server, {option, m_folder / "taken.html"});
+        EXPECT_EQ(taken.exitCode, 2);
+        EXPECT_EQ(taken.err, "vrx pump: " + m_folder / "taken.html" +
+                                 ": exists already: choose another name, or overwrite it with --force\n");
+        EXPECT_EQ(m_folder.Read("taken.html"), "precious");
+        const auto same = Run(server, {option, m_out});
+        EXPECT_EQ(same.exitCode, 1);
+        EXPECT_TRUE(IsOneLine(same.err)) << same.err;
+        const auto nowhere = Run(server, {option, m_folder / "no/such/folder/x"});
+        EXPECT_EQ(nowhere.exitCode, 2);
+        EXPECT_NE(nowhere.err.find("cannot be created: No such file or directory"), std::string::npos);
+        EXPECT_FALSE(OutExists());
+    }
+}
+
+TEST_F(Pump, ReportsAFullDiskUnderTheReport) {
+    const ServeProcess server({"--channels", "1"});
+    for (const char* option : {"--report", "--csv"}) {
+        const auto end = Run(server, {"--force", option, "/dev/full"});
+        EXPECT_EQ(end.exitCode, 2);
+        EXPECT_EQ(end.err, "vrx pump: /dev/full: cannot be written: is the disk full?\n");
+    }
+}
+
+TEST_F(Pump, SaysForWhomAndForWhatItWaited) {
+    ScriptedServer server({[](Peer& peer) {
+        AnswerConnect(peer);
+        Echo(peer, 0);
+        peer.ReadPacket(); // and never an answer
+        peer.WaitForClose();
+    }});
+    const auto end = Run(server.Port(), {"--retries", "0"});
+    EXPECT_EQ(end.exitCode, 4);
+    const std::string place = "127.0.0.1:" + std::to_string(server.Port());
+    EXPECT_EQ(
+        end.err.rfind("vrx pump: block 2 failed at " + place + " after 0 retries (result -9999: waited 1", 0),
+        0U)
+        << end.err;
+    EXPECT_NE(end.err.find(" s for " + place + " to reply to the block): "), std::string::npos) << end.err;
 }
 
 // ---- every way to name the server

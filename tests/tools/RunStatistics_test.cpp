@@ -51,6 +51,7 @@ TEST(RunStatistics, TakesTheTimesInAnyOrder) {
     EXPECT_EQ(times.p50, 100);
     EXPECT_EQ(times.p95, 190);
     EXPECT_EQ(times.p99, 198);
+    EXPECT_EQ(times.p999, 200);
     EXPECT_EQ(times.max, 200);
 }
 
@@ -68,6 +69,29 @@ TEST(RunStatistics, CountsFailedAndRetriedBlocks) {
     EXPECT_EQ(statistics.FirstFailed().number, 2U);
     EXPECT_EQ(statistics.FirstFailed().result, -5);
     EXPECT_EQ(statistics.Last().number, 6U);
+}
+
+TEST(RunStatistics, CountsMissedDeadlinesAndTheirLongestRun) {
+    RunStatistics statistics(10);
+    for (const double sinceDue : {10.0, 10.1, 3.0, 11.0, 12.0, 13.0, 9.0, 99.0, 99.0}) {
+        BlockRecord block;
+        block.milliseconds = 1;
+        block.sinceDue = sinceDue;
+        statistics.Add(block);
+    }
+    EXPECT_EQ(statistics.Missed(), 6U) << "the deadline itself is in time";
+    EXPECT_EQ(statistics.LongestMissedRun(), 3U);
+    EXPECT_EQ(statistics.Times().max, 1);
+    EXPECT_EQ(statistics.TimesSinceDue().p50, 11);
+    EXPECT_EQ(statistics.TimesSinceDue().max, 99);
+}
+
+TEST(RunStatistics, HasNoDeadlineUnlessGiven) {
+    RunStatistics statistics;
+    BlockRecord block;
+    block.sinceDue = 1e300;
+    statistics.Add(block);
+    EXPECT_EQ(statistics.Missed(), 0U);
 }
 
 TEST(TimesRealTime, ComparesTheAudioWithTheClock) {
