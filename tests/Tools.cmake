@@ -54,12 +54,13 @@ target_link_libraries(tool_tests PRIVATE VRX_talker_norvo vrx_build_options CLI1
 add_dependencies(tool_tests compare_gain minimal_host vrx)
 gtest_discover_tests(tool_tests DISCOVERY_TIMEOUT 60)
 
-# Not tests but runs of their own: see script/soak and script/fault-table.
-foreach(run soak fault_table)
+# Not tests but runs of their own: see script/soak, script/fault-table and script/crowd.
+foreach(run soak fault_table crowd)
   add_executable(${run} reliability/${run}.cpp support/Subprocess.cpp)
   target_include_directories(${run} PRIVATE ${PROJECT_SOURCE_DIR})
   target_link_libraries(${run} PRIVATE vrx_build_options Threads::Threads ${CMAKE_DL_LIBS})
   add_dependencies(${run} VRX_talker_norvo vrx)
 endforeach()
 target_sources(soak PRIVATE support/ScriptedServer.cpp)
+target_sources(crowd PRIVATE support/RawClient.cpp)
 target_link_libraries(soak PRIVATE GTest::gtest)

@@ -1,0 +1,133 @@
+// Puts a crowd of clients on `vrx serve`, every second one of which sends random bytes, and watches that the others
+// are served right and that the server's memory stays. Run by script/crowd.
+//
+//   crowd PLUGIN VRX SECONDS
+
+#include "talker/CVRXTalker.h"
+#include "tests/support/RawClient.h"
+#include "tests/support/Subprocess.h"
+
+#include <atomic>
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <fstream>
+#include <memory>
+#include <random>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+namespace {
+
+constexpr int kClients = 200; // half of them good
+
+std::atomic<bool> g_stop = false;
+std::atomic<long> g_served = 0;
+std::atomic<long> g_wrong = 0;
+std::atomic<long> g_failed = 0;
+std::atomic<long> g_rubbishConnections = 0;
+
+void PumpForever(CVRXTalker* (*factory)(), const std::string& args, unsigned seed) {
+    std::mt19937 random(seed);
+    const std::unique_ptr<CVRXTalker> talker(factory());
+    bool connected = talker->Configure(args.c_str());
+    while (!g_stop) {
+        if (!connected) { // the crowd may have taken every place
+            ++g_failed;
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+            connected = talker->Configure(args.c_str());
+            continue;
+        }
+        std::vector<unsigned> in(random() % 300 + 1);
+        for (unsigned& word : in) word = static_cast<unsigned>(random());
+        std::vector<unsigned> out(in.size());
+        const auto count = static_cast<unsigned>(in.size());
+        connected = talker->PumpAudio(in.data(), out.data(), count, count) == 0;
+        if (!connected) continue;
+        ++g_served;
+        if (out != in) ++g_wrong;
+    }
+}
+
+/// Begins like a packet now and then, so that the bytes get past the first look.
+std::string Rubbish(std::mt19937& random) {
+    std::string bytes(random() % 3000 + 1, '\0');
+    for (char& byte : bytes) byte = static_cast<char>(random());
+    if (random() % 2 == 0) bytes.insert(0, "\x03\x00\xFF\x07", 4);
+    return bytes;
+}
+
+void SendRubbishForever(uint16_t port, unsigned seed) {
+    std::mt19937 random(seed);
+    while (!g_stop) {
+        try {
+            const RawClient client(port);
+            ++g_rubbishConnections;
+            for (unsigned sends = random() % 8 + 1; sends > 0 && !g_stop; --sends)
+                client.Send(Rubbish(random));
+        } catch (const std::runtime_error&) {
+            std::this_thread::yield(); // no place in the queue: once more
+        }
+    }
+}
+
+long ResidentKiB(pid_t process) {
+    std::ifstream status("/proc/" + std::to_string(process) + "/status");
+    for (std::string line; std::getline(status, line);)
+        if (line.starts_with("VmRSS:")) return std::strtol(line.c_str() + 6, nullptr, 10);
+    return 0;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    if (argc != 4) {
+        std::fprintf(stderr, "usage: crowd PLUGIN VRX SECONDS\n");
+        return 1;
+    }
+    const int seconds = std::atoi(argv[3]);
+    FILE* const report = fdopen(dup(STDOUT_FILENO), "w"); // the talkers' own lines go nowhere
+    dup2(open("/dev/null", O_WRONLY), STDOUT_FILENO);
+
+    void* library = dlopen(argv[1], RTLD_NOW);
+    if (!library) {
+        std::fprintf(stderr, "crowd: %s\n", dlerror());
+        return 1;
+    }
+    auto* const factory = reinterpret_cast<CVRXTalker* (*)()>(dlsym(library, "_Z13TalkerFactoryv"));
+    Subprocess server({argv[2], "serve", "--quiet", "--samples", "s32", "--channels", "1"});
+    const std::string listening = server.ReadLine();
+    const std::string port = listening.substr(listening.rfind(':') + 1);
+    const std::string args =
+        "server=127.0.0.1,servport=" + port + ",clport=1,input=In,output=Out,layout=Main";
+
+    std::vector<std::thread> clients;
+    for (unsigned i = 0; i < kClients / 2; ++i) {
+        clients.emplace_back(PumpForever, factory, args, i);
+        clients.emplace_back(SendRubbishForever, static_cast<uint16_t>(std::atoi(port.c_str())), 1000 + i);
+    }
+    std::fprintf(report, "second  served   wrong  rubbish connections  server's RSS KiB\n");
+    for (int second = 0; second < seconds; ++second) {
+        std::this_thread::sleep_for(std::chrono::seconds(1));
+        if ((second + 1) % 10 == 0 || second + 1 == seconds)
+            std::fprintf(report, "%6d  %-8ld %-6ld %-20ld %ld\n", second + 1, g_served.load(), g_wrong.load(),
+                         g_rubbishConnections.load(), ResidentKiB(server.Pid()));
+        std::fflush(report);
+    }
+    g_stop = true;
+    for (std::thread& client : clients) client.join();
+    server.Signal(SIGTERM);
+    const Subprocess::Outcome end = server.Wait();
+    std::fprintf(
+        report,
+        "served %ld blocks, %ld wrong, %ld failed and tried again; the server ended with exit code %d\n",
+        g_served.load(), g_wrong.load(), g_failed.load(), end.exitCode);
+    std::fclose(report);
+    return g_wrong == 0 && g_served > 0 && end.exitCode == 0 ? 0 : 1;
+}
