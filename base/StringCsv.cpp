@@ -3,9 +3,8 @@
 #include "base/StringText.h"
 #include "base/internal/Blanks.h"
 #include "base/internal/CsvField.h"
+#include "base/internal/PutBytes.h"
 
-#include <algorithm>
-#include <cstring>
 #include <string_view>
 
 namespace {
@@ -48,31 +47,29 @@ bool NeedsQuotes(std::string_view field, char separator, char quote) {
 }
 
 /// Carriage returns are dropped, since a reader restores them in front of line feeds.
-char* PutQuoted(char* end, const char* field, char quote) {
+char* PutQuoted(char* end, std::string_view field, char quote) {
     *end++ = quote;
-    for (; *field != '\0'; ++field) {
-        if (*field == '\r') continue;
-        if (*field == quote) *end++ = quote;
-        *end++ = *field;
+    for (const char c : field) {
+        *end = quote; // stays if the byte has to be doubled: no branch that could be mispredicted
+        end += c == quote;
+        *end = c;
+        end += c != '\r';
     }
     *end++ = quote;
     return end;
 }
 
-char* PutPlain(char* end, std::string_view field) {
-    return std::copy(field.begin(), field.end(), end);
-}
-
 } // namespace
 
-char* vrx::PutCsvField(char* row, char* end, const char* field, bool forceQuote, char separator, char quote) {
+char* vrx::PutCsvField(char* row, char* end, std::string_view field, bool forceQuote, char separator,
+                       char quote) {
     if (end != row) {
         // a row of one empty field was marked with two quotes; with a second field it needs no mark
         if (end - row == 2 && row[0] == quote && row[1] == quote) end = row;
         *end++ = separator;
     }
     end = forceQuote || NeedsQuotes(field, separator, quote) ? PutQuoted(end, field, quote)
-                                                             : PutPlain(end, field);
+                                                             : vrx::PutBytes(end, field);
     if (end != row || quote == '\0') return end; // a mark of NULs would be no text: callers rely on ""
     *end++ = quote;
     *end++ = quote;
@@ -101,10 +98,10 @@ int String::ReadCSVField(std::string& field, const char*& cursor, bool trim, cha
 }
 
 int String::AddCSVField(std::string& row, const char* field, bool forceQuote, char separator, char quote) {
-    if (field == nullptr) field = "";
+    const std::string_view text = field != nullptr ? field : "";
     const size_t old = row.size();
-    row.resize(old + vrx::CsvRoom(std::strlen(field)));
-    const char* end = vrx::PutCsvField(row.data(), row.data() + old, field, forceQuote, separator, quote);
+    row.resize(old + vrx::CsvRoom(text.size()));
+    const char* end = vrx::PutCsvField(row.data(), row.data() + old, text, forceQuote, separator, quote);
     row.resize(static_cast<size_t>(end - row.data()));
     return 1;
 }

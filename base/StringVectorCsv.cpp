@@ -1,6 +1,9 @@
 #include "base/StringCsv.h"
 #include "base/StringVector.h"
+#include "base/internal/Blanks.h"
 #include "base/internal/CsvField.h"
+
+#include <memory>
 
 bool string_vector::loadFromCSVString(const char* text, bool trim, char separator, char quote) {
     if (text == nullptr || *text == '\0') return false;
@@ -20,11 +23,11 @@ bool string_vector::loadFromCSVString(const char* text, bool trim, char separato
 std::string string_vector::saveToCSVString(size_t first, bool forceQuote, char separator, char quote) {
     size_t room = 0;
     for (size_t index = first; index < size(); ++index) room += vrx::CsvRoom((*this)[index].size());
-    std::string row(room, '\0');
-    char* end = row.data();
+    // Scratch memory, because a string of this room would be filled with zeros first.
+    const auto row = std::make_unique_for_overwrite<char[]>(room);
+    char* end = row.get();
     for (size_t index = first; index < size(); ++index) {
-        end = vrx::PutCsvField(row.data(), end, (*this)[index].c_str(), forceQuote, separator, quote);
+        end = vrx::PutCsvField(row.get(), end, vrx::UpToNul((*this)[index]), forceQuote, separator, quote);
     }
-    row.resize(static_cast<size_t>(end - row.data()));
-    return row;
+    return {row.get(), end};
 }

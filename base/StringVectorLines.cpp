@@ -56,6 +56,7 @@ private:
 };
 
 /// How many lines the file holds at most, or 0 where that cannot be told beforehand (a pipe, for example).
+/// Short lines load in half the time if the file is read for this first and the list then never grows.
 size_t CountLines(File2& file, BlockReader& blocks) {
     if (file.getLength() <= 0) return 0;
     size_t lines = 1;

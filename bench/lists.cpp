@@ -308,6 +308,7 @@ std::string WriteByHand(const Strings& fields, bool quoteAll) {
         }
         row += '"';
         for (const char c : field) {
+            if (c == '\r') continue; // ours drops it
             if (c == '"') row += '"';
             row += c;
         }

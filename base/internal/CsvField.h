@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <string_view>
 
 namespace vrx {
 
@@ -11,6 +12,6 @@ constexpr size_t CsvRoom(size_t size) {
 
 /// String::AddCSVField on the row from `row` to `end`, where there is CsvRoom for the field. Returns the new
 /// end. Working in place spares the check for room that a string makes for each byte.
-char* PutCsvField(char* row, char* end, const char* field, bool forceQuote, char separator, char quote);
+char* PutCsvField(char* row, char* end, std::string_view field, bool forceQuote, char separator, char quote);
 
 } // namespace vrx

@@ -20,19 +20,22 @@ inline WideBlock LoadBlock(const char* bytes) {
     return block;
 }
 
-/// The first position whose byte is a hit, or the block's size. `hits`: all bits of a hit's byte are set.
-inline size_t FirstHit(WideBlock hits) {
+/// Four bits for each byte of `hits`, the first byte's being the lowest; all bits of a hit's byte are set.
+inline uint64_t HitBits(WideBlock hits) {
     static_assert(std::endian::native == std::endian::little, "the first byte is a word's lowest");
-    const auto halves = std::bit_cast<std::array<uint64_t, 2>>(hits);
-    if (halves[0] != 0) return static_cast<size_t>(std::countr_zero(halves[0])) / 8;
-    return 8 + static_cast<size_t>(std::countr_zero(halves[1])) / 8;
+    using Pairs [[gnu::vector_size(16)]] = uint16_t;
+    using Packed [[gnu::vector_size(8)]] = uint8_t;
+    return std::bit_cast<uint64_t>(__builtin_convertvector(std::bit_cast<Pairs>(hits) >> 4, Packed));
+}
+
+/// The first position whose byte is a hit, or the block's size.
+inline size_t FirstHit(WideBlock hits) {
+    return static_cast<size_t>(std::countr_zero(HitBits(hits))) / 4;
 }
 
 /// One more than the last position whose byte is a hit, or 0.
 inline size_t EndOfHits(WideBlock hits) {
-    const auto halves = std::bit_cast<std::array<uint64_t, 2>>(hits);
-    if (halves[1] != 0) return 16 - static_cast<size_t>(std::countl_zero(halves[1])) / 8;
-    return 8 - static_cast<size_t>(std::countl_zero(halves[0])) / 8;
+    return sizeof hits - static_cast<size_t>(std::countl_zero(HitBits(hits))) / 4;
 }
 
 /// Up to four bytes to look for; fewer are given by repeating one.
