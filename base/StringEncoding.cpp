@@ -3,6 +3,7 @@
 #include "base/internal/ByteClass.h"
 #include "base/internal/ByteSet.h"
 #include "base/internal/Escapes.h"
+#include "base/internal/WideFind.h"
 
 #include <algorithm>
 #include <array>
@@ -193,7 +194,6 @@ char* DecodeXml(char* to, std::string_view text) {
 }
 
 char* DecodeC(char* to, std::string_view text) {
-    static constexpr vrx::ByteSet kSpecial("\\\"");
     for (size_t pos = 0; pos < text.size();) {
         const char c = text[pos];
         if (c == '\\' && pos + 1 < text.size()) {
@@ -202,9 +202,9 @@ char* DecodeC(char* to, std::string_view text) {
         } else if (c == '"') {
             ++pos; // unescaped quotes only frame the text
         } else {
-            const size_t run = pos; // a backslash at the very end stands for itself
-            pos = vrx::FindFirst(text, pos + 1, kSpecial);
-            to = Copy(to, text.substr(run, pos - run));
+            *to++ = c; // a backslash at the very end stands for itself
+            ++pos;
+            to = vrx::WideCopy(to, text, pos, {'\\', '"', '\\', '"'});
         }
     }
     return to;

@@ -53,6 +53,14 @@ TEST(WideFind, AgreesWithAByteLoop) {
         for (const bool wanted : {true, false}) {
             size_t want = pos;
             while (want < text.size() && isAmong(text[want]) != wanted) ++want;
+            if (wanted) {
+                std::string room(text.size() - pos, '#');
+                size_t end = pos;
+                const char* copied = vrx::WideCopy(room.data(), text, end, few);
+                ASSERT_EQ(end, want);
+                ASSERT_EQ(copied, room.data() + (want - pos));
+                ASSERT_EQ(room.substr(0, want - pos), text.substr(pos, want - pos));
+            }
             ASSERT_EQ(wanted ? vrx::WideFind<true>(text, pos, few) : vrx::WideFind<false>(text, pos, few),
                       want)
                 << testing::PrintToString(text) << " from " << pos;

@@ -9,7 +9,8 @@
 #include <string_view>
 
 /// Searches that look at sixteen bytes at once: a vector register of every processor that the library is built
-/// for. Some five times as fast as byte by byte where finds are far apart; not worth it where they are near.
+/// for. Worth it where finds are far apart: a Replace of 1 MB without a hit takes a fifth of the time. Near finds
+/// are better made byte by byte first; the searches for them stay out of line so as not to slow that.
 namespace vrx {
 
 using WideBlock [[gnu::vector_size(16)]] = char;
@@ -41,19 +42,42 @@ inline size_t EndOfHits(WideBlock hits) {
 /// Up to four bytes to look for; fewer are given by repeating one.
 using FewBytes = std::array<char, 4>;
 
+inline WideBlock AmongFew(const WideBlock& block, const FewBytes& few) {
+    return (block == few[0]) | (block == few[1]) | (block == few[2]) | (block == few[3]);
+}
+
+inline bool IsAmong(char c, const FewBytes& few) {
+    return std::find(few.begin(), few.end(), c) != few.end();
+}
+
 /// The first position at or after `pos` whose byte is one of `few` (`kWanted`) or is none of them, or the
 /// text's size.
 template <bool kWanted>
 [[gnu::noinline]] size_t WideFind(std::string_view text, size_t pos, const FewBytes& few) {
     for (; text.size() - pos >= sizeof(WideBlock); pos += sizeof(WideBlock)) {
         const WideBlock block = LoadBlock(text.data() + pos);
-        const WideBlock among = (block == few[0]) | (block == few[1]) | (block == few[2]) | (block == few[3]);
+        const WideBlock among = AmongFew(block, few);
         const size_t at = FirstHit(kWanted ? among : ~among);
         if (at < sizeof block) return pos + at;
     }
-    const auto isAmong = [&](char c) { return std::find(few.begin(), few.end(), c) != few.end(); };
-    while (pos < text.size() && isAmong(text[pos]) != kWanted) ++pos;
+    while (pos < text.size() && IsAmong(text[pos], few) != kWanted) ++pos;
     return pos;
+}
+
+/// Copies the text from `pos` on up to the first byte that is one of `few`, moves `pos` there and returns the end
+/// of the copy. `to` must have room for the whole rest of the text: a quarter faster than a search and a copy,
+/// because blocks are stored whole.
+inline char* WideCopy(char* to, std::string_view text, size_t& pos, const FewBytes& few) {
+    while (text.size() - pos >= sizeof(WideBlock)) {
+        const WideBlock block = LoadBlock(text.data() + pos);
+        std::memcpy(to, &block, sizeof block);
+        const size_t at = FirstHit(AmongFew(block, few));
+        to += at;
+        pos += at;
+        if (at < sizeof block) return to;
+    }
+    while (pos < text.size() && !IsAmong(text[pos], few)) *to++ = text[pos++];
+    return to;
 }
 
 /// The size of the text without its last bytes that are among `few`.
@@ -61,11 +85,11 @@ template <bool kWanted>
     size_t size = text.size();
     for (; size >= sizeof(WideBlock); size -= sizeof(WideBlock)) {
         const WideBlock block = LoadBlock(text.data() + size - sizeof block);
-        const WideBlock among = (block == few[0]) | (block == few[1]) | (block == few[2]) | (block == few[3]);
+        const WideBlock among = AmongFew(block, few);
         const size_t end = EndOfHits(~among);
         if (end > 0) return size - sizeof block + end;
     }
-    while (size > 0 && std::find(few.begin(), few.end(), text[size - 1]) != few.end()) --size;
+    while (size > 0 && IsAmong(text[size - 1], few)) --size;
     return size;
 }
 
