@@ -12,6 +12,7 @@
 #include <memory>
 #include <new>
 #include <sys/socket.h>
+#include <thread>
 
 namespace {
 
@@ -707,6 +708,7 @@ TEST_F(CTcpIOTalkTest, EveryDescriptorIsClosedOnceOverManyTimeOuts) {
 // ---- the watchdog
 
 TEST_F(CTcpIOTalkTest, WatchdogStartsOnceAndEndsWithTheObject) {
+    std::thread([] {}).join(); // brings a sanitizer's own thread to life
     const size_t before = Entries("/proc/self/task");
     ScriptedServer server({[](Peer& peer) {
         for (int i = 0; i < 3; ++i) {

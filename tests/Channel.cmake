@@ -37,14 +37,17 @@ add_test(NAME exported_symbols COMMAND ${CMAKE_COMMAND}
   -DEXPECTED=${CMAKE_CURRENT_SOURCE_DIR}/exported_symbols.txt
   -P ${CMAKE_CURRENT_SOURCE_DIR}/CompareExports.cmake)
 
-# Loads and unloads the plug-in; its own usleep shortens the watchdog's ticks, so the program exports it.
-add_executable(unload_tests Unload_test.cpp support/ScriptedServer.cpp)
-target_compile_definitions(unload_tests PRIVATE VRX_PLUGIN="${PROJECT_BINARY_DIR}/VRX_talker_norvo.so")
-target_include_directories(unload_tests PRIVATE ${PROJECT_SOURCE_DIR})
-target_link_libraries(unload_tests PRIVATE vrx_build_options GTest::gtest_main ${CMAKE_DL_LIBS})
-set_target_properties(unload_tests PROPERTIES ENABLE_EXPORTS ON)
-add_dependencies(unload_tests VRX_talker_norvo)
-gtest_discover_tests(unload_tests DISCOVERY_TIMEOUT 60)
+# Loads and unloads the plug-in; its own usleep shortens the watchdog's ticks, so the program exports it. Sanitizers
+# keep mappings of their own for what was unloaded.
+if(NOT VRX_SANITIZE)
+  add_executable(unload_tests Unload_test.cpp support/ScriptedServer.cpp)
+  target_compile_definitions(unload_tests PRIVATE VRX_PLUGIN="${PROJECT_BINARY_DIR}/VRX_talker_norvo.so")
+  target_include_directories(unload_tests PRIVATE ${PROJECT_SOURCE_DIR})
+  target_link_libraries(unload_tests PRIVATE vrx_build_options GTest::gtest_main ${CMAKE_DL_LIBS})
+  set_target_properties(unload_tests PROPERTIES ENABLE_EXPORTS ON)
+  add_dependencies(unload_tests VRX_talker_norvo)
+  gtest_discover_tests(unload_tests DISCOVERY_TIMEOUT 60)
+endif()
 
 # Fails each allocation of each operation in turn.
 add_executable(allocation_tests
