@@ -101,7 +101,7 @@ std::string Merge(const std::vector<std::string>& items, const std::string& sepa
 
     std::string result(size, '\0');
     char* end = result.data();
-    std::string_view between;
+    std::string_view between = "";
     for (const std::string& item : items) {
         end = vrx::PutBytes(vrx::PutBytes(end, between), item);
         between = separator;
