@@ -9,6 +9,7 @@ pkg_check_modules(SNDFILE REQUIRED IMPORTED_TARGET sndfile)
 
 add_executable(tool_tests
   ${PROJECT_SOURCE_DIR}/tools/BlockCsv.cpp
+  ${PROJECT_SOURCE_DIR}/tools/Comparison.cpp
   ${PROJECT_SOURCE_DIR}/tools/ConnectionOptions.cpp
   ${PROJECT_SOURCE_DIR}/tools/Envelope.cpp
   ${PROJECT_SOURCE_DIR}/tools/Faults.cpp
@@ -18,15 +19,20 @@ add_executable(tool_tests
   ${PROJECT_SOURCE_DIR}/tools/Pacing.cpp
   ${PROJECT_SOURCE_DIR}/tools/Processing.cpp
   ${PROJECT_SOURCE_DIR}/tools/RunStatistics.cpp
+  ${PROJECT_SOURCE_DIR}/tools/RunSummary.cpp
   ${PROJECT_SOURCE_DIR}/tools/Samples.cpp
   ${PROJECT_SOURCE_DIR}/tools/ServerProtocol.cpp
   ${PROJECT_SOURCE_DIR}/tools/Svg.cpp
+  ${PROJECT_SOURCE_DIR}/tools/SweepResult.cpp
   support/RawClient.cpp
   support/ScriptedServer.cpp
   support/Subprocess.cpp
   support/Subprocess_test.cpp
   tools/BlockCsv_test.cpp
+  tools/Compare_test.cpp
+  tools/Comparison_test.cpp
   tools/ConnectionOptions_test.cpp
+  tools/Doctor_test.cpp
   tools/Envelope_test.cpp
   tools/Examples_test.cpp
   tools/Faults_test.cpp
@@ -40,6 +46,8 @@ add_executable(tool_tests
   tools/Send_test.cpp
   tools/ServerProtocol_test.cpp
   tools/Svg_test.cpp
+  tools/SweepResult_test.cpp
+  tools/Sweep_test.cpp
   tools/serve_test.cpp
 )
 target_compile_definitions(tool_tests PRIVATE

@@ -9,4 +9,7 @@
 void AddPump(CLI::App& app, int& exitCode);
 void AddPins(CLI::App& app, int& exitCode);
 void AddSend(CLI::App& app, int& exitCode);
+void AddSweep(CLI::App& app, int& exitCode);
+void AddCompare(CLI::App& app, int& exitCode);
+void AddDoctor(CLI::App& app, int& exitCode);
 void AddServe(CLI::App& app, int& exitCode);

@@ -45,24 +45,43 @@ std::string ArgumentLine(const ConnectionOptions& options) {
     return line;
 }
 
+template <class Value>
+CLI::Option* Add(CLI::App& command, const char* name, Value& value, const char* type, const char* help) {
+    return command.add_option(name, value, help)->type_name(type);
+}
+
+std::vector<CLI::Option*> AddObjects(CLI::App& command, ConnectionOptions& options) {
+    return {
+        Add(command, "--clport", options.clport, "PORT", "Client port number told to the server [0]"),
+        Add(command, "--input", options.input, "NAME", "The server's input object [In]"),
+        Add(command, "--output", options.output, "NAME", "The server's output object [Out]"),
+        Add(command, "--layout", options.layout, "NAME", "The server's layout [Main]"),
+    };
+}
+
+void AddPlugin(CLI::App& command, ConnectionOptions& options) {
+    Add(command, "--plugin", options.plugin, "PATH",
+        "The talker's shared library [beside vrx, or in ../lib]");
+}
+
 } // namespace
 
+void AddObjectOptions(CLI::App& command, ConnectionOptions& options) {
+    AddObjects(command, options);
+    AddPlugin(command, options);
+}
+
 void AddConnectionOptions(CLI::App& command, ConnectionOptions& options) {
-    const auto add = [&command](const char* name, auto& value, const char* type, const char* help) {
-        return command.add_option(name, value, help)->type_name(type);
-    };
-    const std::vector<CLI::Option*> single = {
-        add("--server", options.server, "HOST", "Host name or IPv4 address [127.0.0.1]"),
-        add("--servport", options.servport, "PORT", "TCP port of the server")
+    std::vector<CLI::Option*> single = {
+        Add(command, "--server", options.server, "HOST", "Host name or IPv4 address [127.0.0.1]"),
+        Add(command, "--servport", options.servport, "PORT", "TCP port of the server")
             ->check(CLI::Range(1, 65535).description("")),
-        add("--clport", options.clport, "PORT", "Client port number told to the server [0]"),
-        add("--input", options.input, "NAME", "The server's input object [In]"),
-        add("--output", options.output, "NAME", "The server's output object [Out]"),
-        add("--layout", options.layout, "NAME", "The server's layout [Main]"),
     };
+    const std::vector<CLI::Option*> objects = AddObjects(command, options);
+    single.insert(single.end(), objects.begin(), objects.end());
     const CLI::Option* whole =
-        add("--args", options.args, "LIST", "These six as one \"server=...,servport=...,...\"");
-    add("--plugin", options.plugin, "PATH", "The talker's shared library [beside vrx, or in ../lib]");
+        Add(command, "--args", options.args, "LIST", "These six as one \"server=...,servport=...,...\"");
+    AddPlugin(command, options);
     command.parse_complete_callback([single, whole] {
         for (const CLI::Option* option : single)
             if (whole->count() > 0 && option->count() > 0)

@@ -22,6 +22,9 @@ struct ConnectionOptions {
 /// Adds --server, --servport, --clport, --input, --output, --layout, --args and --plugin.
 void AddConnectionOptions(CLI::App& command, ConnectionOptions& options);
 
+/// Adds --clport, --input, --output, --layout and --plugin, for commands that take the server otherwise.
+void AddObjectOptions(CLI::App& command, ConnectionOptions& options);
+
 /// The server as the talker will see it.
 struct ServerSettings {
     std::string args; ///< the talker's argument line, all six keys present

@@ -23,14 +23,19 @@ struct Failure {
     std::string message;
 };
 
-/// Writes "<who>: <message>" and a line feed to standard error. Control characters, which can come in
-/// through file names and server replies, become '?', so that it stays one line.
-inline void PrintError(const std::string& who, std::string message) {
-    for (char& c : message) {
+/// Control characters, which can come in through file names and server replies, as '?': the text stays one
+/// line and cannot steer a terminal.
+inline std::string WithoutControls(std::string text) {
+    for (char& c : text) {
         const auto byte = static_cast<unsigned char>(c);
         if (byte < 0x20 || byte == 0x7F) c = '?';
     }
-    (void)std::fprintf(stderr, "%s: %s\n", who.c_str(), message.c_str());
+    return text;
+}
+
+/// Writes "<who>: <message>" and a line feed to standard error, always as one line.
+inline void PrintError(const std::string& who, const std::string& message) {
+    (void)std::fprintf(stderr, "%s: %s\n", who.c_str(), WithoutControls(message).c_str());
 }
 
 /// Runs the body of a command, prints what ended it early, and returns the exit code.

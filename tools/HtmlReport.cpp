@@ -84,7 +84,7 @@ void TimeTicks(Chart& chart, const Scale& time) {
     for (const double next : {15, 20, 30, 60, 120, 300, 600, 900, 1800, 3600})
         if (range / step > kMost) step = next;
     while (range / step > kMost) step *= 2;
-    for (double at = 0; at <= range; at += step) chart.XTick(at, Moment(at, range));
+    for (int i = 0; i * step <= range; ++i) chart.XTick(i * step, Moment(i * step, range));
 }
 
 /// How many blocks took how long; both sides logarithmic, so that single stragglers are seen.

@@ -46,10 +46,12 @@ void BlockPump::Recover(int result, BlockRecord& block) {
     do {
         StopIfInterrupted();
         if (block.retries == m_retries)
-            throw Failure{kRunFailed, "block " + std::to_string(block.number) + " failed at " +
-                                          m_session.Server().Place() + " after " + std::to_string(m_retries) +
-                                          " retries (" + m_session.Describe(result) +
-                                          "): check the server, or allow more --retries"};
+            throw LostBlock{{kRunFailed, "block " + std::to_string(block.number) + " failed at " +
+                                             m_session.Server().Place() + " after " +
+                                             std::to_string(m_retries) + " retries (" +
+                                             m_session.Describe(result) +
+                                             "): check the server, or allow more --retries"},
+                            result};
         PauseUnlessInterrupted(RetryPause(++block.retries));
         StopIfInterrupted();
     } while (!m_session.Reconnect(result));
@@ -61,6 +63,11 @@ int RetryPause(unsigned retry) {
 
 std::size_t MostFramesPerBlock(std::size_t channels) {
     return (kReceiveBuffer - kReplyHeader) / 4 / channels;
+}
+
+std::size_t PreferredBlock(const PinValues& pins, const ServerSettings& server, std::size_t channels) {
+    const std::size_t asked = pins.in[0];
+    return asked > 0 && asked <= MostFramesPerBlock(channels) ? asked : FramesPerSegment(server, channels);
 }
 
 void PumpFile(BlockPump& pump, AudioReader& reader, AudioWriter& writer, const FileRun& run,

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "tools/AudioFile.h"
+#include "tools/Errors.h"
 #include "tools/Pacing.h"
 #include "tools/RunStatistics.h"
 #include "tools/Session.h"
@@ -10,6 +11,11 @@
 
 namespace vrx {
 
+/// Thrown when a block did not get through and no retries are left.
+struct LostBlock : Failure {
+    int result; ///< the talker's
+};
+
 /// Sends blocks of one size through a session, each again after a transport fault.
 class BlockPump {
 public:
@@ -18,9 +24,9 @@ public:
     /// period    seconds between the moments at which two blocks are due; 0: as fast as the replies come
     BlockPump(Session& session, unsigned words, unsigned retries, double period = 0);
 
-    /// Waits until the block is due, sends it and waits for its reply. A block that the server answers with a negative status is
-    /// a failed block: it is not sent again, and `out` becomes silence. Throws Failure when the retries are
-    /// used up or an interrupt came in a pause.
+    /// Waits until the block is due, sends it and waits for its reply. A block that the server answers with a
+    /// negative status is a failed block: it is not sent again, and `out` becomes silence. Throws LostBlock
+    /// when the retries are used up, and Failure when an interrupt came in a pause.
     BlockRecord Send(const std::uint32_t* in, std::uint32_t* out);
 
     /// Seconds since this object was made.
@@ -43,6 +49,10 @@ int RetryPause(unsigned retry);
 
 /// The most frames whose reply fits the talker's receive buffer.
 std::size_t MostFramesPerBlock(std::size_t channels);
+
+/// The frames of a block that the input pin asks for; where it says nothing usable, as many as let request
+/// and reply fit one segment.
+std::size_t PreferredBlock(const PinValues& pins, const ServerSettings& server, std::size_t channels);
 
 struct FileRun {
     SampleFormat words = SampleFormat::kF32;

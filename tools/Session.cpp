@@ -48,7 +48,7 @@ int Session::Timed(const char* awaited, const Call& call) {
 bool Session::Reconnect(int result) {
     // The rest of an unrecognisable reply may still be on its way, so that connection is given up. After
     // other faults the talker finds out by itself that its connection is dead.
-    if (result == kNotAPacket) m_talker = m_plugin.CreateTalker();
+    if (result == kNotAPacket) Disconnect();
     return Configure();
 }
 

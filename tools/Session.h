@@ -29,6 +29,9 @@ public:
     /// Connects again after a transport fault with the result `result`; false when that failed.
     bool Reconnect(int result);
 
+    /// Gives the connection up; what comes next needs `Reconnect`. A server may take one client at a time.
+    void Disconnect() { m_talker = m_plugin.CreateTalker(); }
+
     /// One block: `words` words out and as many back. A result below 0 is a transport fault if
     /// `TransportFault()`, otherwise the server's own status.
     int PumpAudio(const std::uint32_t* in, std::uint32_t* out, unsigned words);

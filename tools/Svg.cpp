@@ -52,10 +52,11 @@ double RoundUp(double value) {
 
 std::vector<double> LogarithmicTicks(double low, double high) {
     const bool decadesOnly = high / low >= 500;
+    const int last = static_cast<int>(std::floor(std::log10(high) + 1e-9));
     std::vector<double> ticks;
-    for (double decade = std::pow(10, std::floor(std::log10(low))); decade <= high * (1 + 1e-9); decade *= 10)
+    for (int decade = static_cast<int>(std::floor(std::log10(low))); decade <= last; ++decade)
         for (const double factor : {1.0, 2.0, 5.0}) {
-            const double at = factor * decade;
+            const double at = factor * std::pow(10, decade);
             const bool inside = at >= low * (1 - 1e-9) && at <= high * (1 + 1e-9);
             if (inside && (factor < 2 || !decadesOnly)) ticks.push_back(at);
         }
@@ -99,8 +100,9 @@ std::vector<double> Scale::Ticks(int count) const {
     if (logarithmic) return LogarithmicTicks(low, high);
     std::vector<double> ticks;
     const double step = RoundUp((high - low) / count);
-    for (double n = std::ceil(low / step - 1e-9); n * step <= high + step * 1e-9; ++n)
-        ticks.push_back(n * step);
+    const auto first = std::lround(std::ceil(low / step - 1e-9));
+    const auto last = std::lround(std::floor(high / step + 1e-9));
+    for (long n = first; n <= last; ++n) ticks.push_back(static_cast<double>(n) * step);
     return ticks;
 }
 

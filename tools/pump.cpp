@@ -54,9 +54,7 @@ std::size_t ChooseBlock(const PumpOptions& options, const PinValues& pins, const
         throw Failure{kWrongUsage, "--block " + std::to_string(options.block) +
                                        " is too long: replies hold at most " + std::to_string(most) +
                                        " frames of " + std::to_string(channels) + " channels"};
-    if (options.block > 0) return options.block;
-    if (pins.in[0] > 0 && pins.in[0] <= most) return pins.in[0];
-    return FramesPerSegment(server, channels);
+    return options.block > 0 ? options.block : PreferredBlock(pins, server, channels);
 }
 
 SampleFormat ChooseWords(const PumpOptions& options, const PinValues& pins) {

@@ -119,6 +119,10 @@ void AddServe(CLI::App& app, int& exitCode) {
     AddFaults(*command, *arguments);
     command->footer("The first line printed is \"vrx serve: listening on ADDRESS:PORT\".\n"
                     "The cycle figures of a reply are nanoseconds. SIGINT or SIGTERM stops the server\n"
-                    "with exit code 0; 3: it could not listen.");
+                    "with exit code 0; 3: it could not listen.\n"
+                    "\n"
+                    "Examples:\n"
+                    "  vrx serve --port 7000 --process gain=-6\n"
+                    "  vrx serve --pin-frames 480 --faults late=20ms,reset --fault-rate 0.01");
     command->callback([arguments, &exitCode] { exitCode = Serve(*arguments); });
 }

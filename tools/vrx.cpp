@@ -13,6 +13,9 @@ int Run(int argc, char** argv) {
     AddPump(app, exitCode);
     AddPins(app, exitCode);
     AddSend(app, exitCode);
+    AddDoctor(app, exitCode);
+    AddSweep(app, exitCode);
+    AddCompare(app, exitCode);
     AddServe(app, exitCode);
 
     try {

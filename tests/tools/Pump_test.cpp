@@ -823,8 +823,8 @@ TEST(Help, FitsAScreenAndListsTheExitCodes) {
         EXPECT_NE(end.out.find(code), std::string::npos) << code;
 }
 
-TEST(Help, ShowsTwoExamplesPerClientCommand) {
-    for (const std::string command : {"pump", "pins", "send"}) {
+TEST(Help, ShowsTwoExamplesPerCommand) {
+    for (const std::string command : {"pump", "pins", "send", "doctor", "sweep", "compare", "serve"}) {
         SCOPED_TRACE(command);
         const auto end = Vrx({command, "--help"});
         EXPECT_EQ(end.exitCode, 0);
