@@ -174,21 +174,24 @@ Finding Examination::Pins() {
     return note;
 }
 
+std::string Examination::BlockText() const {
+    return "a block of " + Counted(m_block, "frame") + " of " + Counted(m_channels, "channel");
+}
+
 Finding Examination::RefusedBlock(int result) {
-    const std::string size =
-        std::to_string(m_block) + " frames of " + std::to_string(m_channels) + " channels";
+    const std::string block = BlockText();
     if (!m_session.TransportFault())
-        return Fault("a block of " + size + " was refused with status " + std::to_string(result),
+        return Fault(block + " was refused with status " + std::to_string(result),
                      "the server took the request but not this block",
                      "--layout, --input and --output as the server names them, --block, --channels");
     const std::string described = m_session.Describe(result);
     m_session.Disconnect();
     const std::string answer = RawAnswer();
     if (!answer.empty())
-        return Fault("a block of " + size + " was answered with the text '" + answer + "'",
+        return Fault(block + " was answered with the text '" + answer + "'",
                      "the server understands text, but takes no such blocks",
                      "what the text says; --layout, --input and --output, --block, --channels");
-    return Fault("no reply to a block of " + size + " (" + described + ")",
+    return Fault("no reply to " + block + " (" + described + ")",
                  "the server is there, but does not process such blocks as it should",
                  "a smaller --block, other --channels, and the server's own log");
 }
@@ -198,8 +201,7 @@ Finding Examination::Silence() {
     std::vector<std::uint32_t> out(Words());
     const int result = m_session.PumpAudio(in.data(), out.data(), static_cast<unsigned>(Words()));
     if (result < 0) return RefusedBlock(result);
-    return Fine("a block of " + std::to_string(m_block) + " frames of " + std::to_string(m_channels) +
-                " channels came back");
+    return Fine(BlockText() + " came back");
 }
 
 Finding Examination::Latency() {
@@ -220,10 +222,9 @@ Finding Examination::Latency() {
         if (statistics.Failed() > 0) return RefusedBlock(statistics.FirstFailed().result);
     }
     const BlockTimes times = statistics.Times();
-    Finding finding =
-        Fine(std::to_string(statistics.Blocks()) + " blocks: p50 " + Brief(times.p50) + " ms, p99 " +
-             Brief(times.p99) + " ms, max " + Brief(times.max) + " ms; a block lasts " +
-             Brief(statistics.Deadline()) + " ms at " + std::to_string(m_options.rate) + " Hz");
+    Finding finding = Fine(Counted(statistics.Blocks(), "block") + ": p50 " + Brief(times.p50) + " ms, p99 " +
+                           Brief(times.p99) + " ms, max " + Brief(times.max) + " ms; a block lasts " +
+                           Brief(statistics.Deadline()) + " ms at " + std::to_string(m_options.rate) + " Hz");
     if (statistics.Missed() == 0) return finding;
     finding.state = Finding::kNote;
     finding.meaning = std::to_string(statistics.Missed()) +

@@ -60,6 +60,7 @@ private:
     Finding RefusedBlock(int result);
     std::string RawAnswer();
     asio::error_code OpenRaw(RawConnection& connection) const;
+    std::string BlockText() const;
     std::size_t Words() const { return m_block * m_channels; }
 
     const DoctorOptions& m_options;

@@ -26,4 +26,9 @@ inline std::string Brief(double value) {
     return text;
 }
 
+/// "1 block", "2 blocks".
+inline std::string Counted(unsigned long long count, const std::string& what) {
+    return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
+}
+
 } // namespace vrx

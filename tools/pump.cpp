@@ -53,7 +53,7 @@ std::size_t ChooseBlock(const PumpOptions& options, const PinValues& pins, const
     if (options.block > most)
         throw Failure{kWrongUsage, "--block " + std::to_string(options.block) +
                                        " is too long: replies hold at most " + std::to_string(most) +
-                                       " frames of " + std::to_string(channels) + " channels"};
+                                       " frames of " + Counted(channels, "channel")};
     return options.block > 0 ? options.block : PreferredBlock(pins, server, channels);
 }
 
@@ -88,8 +88,7 @@ std::string PinText(const unsigned (&values)[3]) {
 std::string Verdict(const RunSummary& run) {
     const RunStatistics& statistics = run.statistics;
     if (statistics.Blocks() == 0) return "There was nothing to send.";
-    const std::string blocks =
-        std::to_string(statistics.Blocks()) + (statistics.Blocks() == 1 ? " block" : " blocks");
+    const std::string blocks = Counted(statistics.Blocks(), "block");
     if (statistics.Failed() > 0)
         return std::to_string(statistics.Failed()) + " of " + blocks + " failed: silence stands for them.";
     const std::string all = (statistics.Blocks() == 1 ? "The only block" : "All " + blocks) + " came back";
@@ -128,7 +127,7 @@ ReportTexts PageTexts(const PumpOptions& options, const RunSummary& run, const F
         {"Input pin", pins ? PinText(pins->in) : "the server did not say"},
         {"Output pin", pins ? PinText(pins->out) : "the server did not say"},
         {"Block", std::to_string(run.blockFrames) + " frames, " + Brief(statistics.Deadline()) + " ms"},
-        {"Stream", std::to_string(run.channels) + " channels at " + std::to_string(run.sampleRate) + " Hz, " +
+        {"Stream", Counted(run.channels, "channel") + " at " + std::to_string(run.sampleRate) + " Hz, " +
                        (file.words == SampleFormat::kF32 ? "32-bit float words" : "32-bit integer words")},
         {"Pace", run.paced ? "each block when it was due in real time" : "as fast as the replies came"},
         {"Longest run of missed deadlines", std::to_string(statistics.LongestMissedRun())},

@@ -1,5 +1,6 @@
 #include "tools/Commands.h"
 #include "tools/Interrupt.h"
+#include "tools/Numbers.h"
 #include "tools/Pumping.h"
 #include "tools/RunSummary.h"
 #include "tools/Session.h"
@@ -72,7 +73,7 @@ int RunSweep(const SweepOptions& options) {
         throw Failure{kWrongUsage, "--to " + std::to_string(options.to) +
                                        " is too long: replies hold at most " +
                                        std::to_string(MostFramesPerBlock(options.channels)) + " frames of " +
-                                       std::to_string(options.channels) + " channels"};
+                                       Counted(options.channels, "channel")};
     const ServerSettings server = ResolveServer(options.server);
     Session session(options.server.plugin, server);
     session.Connect();

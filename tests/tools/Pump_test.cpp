@@ -275,7 +275,7 @@ TEST_F(Pump, RefusesABlockThatNoReplyCanHold) {
     const auto end = Run(server, {"--block", "262138"});
     EXPECT_EQ(end.exitCode, 1);
     EXPECT_EQ(end.err,
-              "vrx pump: --block 262138 is too long: replies hold at most 262137 frames of 1 channels\n");
+              "vrx pump: --block 262138 is too long: replies hold at most 262137 frames of 1 channel\n");
     EXPECT_TRUE(OnlyInputLeft());
 }
 
