@@ -10,7 +10,7 @@ if(NOT CMAKE_BUILD_TYPE AND NOT CMAKE_CONFIGURATION_TYPES)
   set(CMAKE_BUILD_TYPE Release CACHE STRING "Build type" FORCE)
 endif()
 
-# Off under sanitizers: g++ 12 then warns of uninitialised and overrun objects that are neither.
+# Off under the thread sanitizer and in releases: g++ 12 then warns of uninitialised and overrun objects that are neither.
 option(VRX_STRICT "Treat warnings as errors (development presets)" OFF)
 set(VRX_SANITIZE "" CACHE STRING "Sanitizers for the whole build, for example address,undefined")
 
