@@ -60,9 +60,9 @@ inline size_t FindFirst(std::string_view text, size_t pos, const ByteSet& set) {
 /// The size of the text without its last bytes that are in `set`.
 inline size_t TrimmedSize(std::string_view text, const ByteSet& set) {
     size_t size = text.size();
-    const size_t near = set.IsFew() && size > kNearBytes ? size - kNearBytes : 0;
-    while (size > near && set.Has(text[size - 1])) --size;
-    return size > near ? size : WideTrimmedSize(text.substr(0, size), set.Few());
+    if (set.IsFew() && size >= sizeof(WideBlock)) return WideTrimmedSize(text, set.Few());
+    while (size > 0 && set.Has(text[size - 1])) --size;
+    return size;
 }
 
 } // namespace vrx

@@ -81,7 +81,7 @@ inline char* WideCopy(char* to, std::string_view text, size_t& pos, const FewByt
 }
 
 /// The size of the text without its last bytes that are among `few`.
-[[gnu::noinline]] inline size_t WideTrimmedSize(std::string_view text, const FewBytes& few) {
+inline size_t WideTrimmedSize(std::string_view text, const FewBytes& few) {
     size_t size = text.size();
     for (; size >= sizeof(WideBlock); size -= sizeof(WideBlock)) {
         const WideBlock block = LoadBlock(text.data() + size - sizeof block);
