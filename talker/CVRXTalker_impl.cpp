@@ -39,7 +39,7 @@ private:
     pthread_mutex_t& m_mutex;
 };
 
-/// Room for one packet, not cleared: in the object itself for the usual block, else on the heap.
+/// Room for one packet, not cleared: in the object itself for blocks of up to 4,096 words, else on the heap.
 class PacketBuffer {
 public:
     explicit PacketBuffer(size_t size) {
@@ -49,7 +49,7 @@ public:
 
 private:
     std::unique_ptr<unsigned char[]> m_far;
-    unsigned char m_near[8192];
+    unsigned char m_near[4 * 4096 + 1024]; // and the objects' names
 };
 
 int32_t ToPort(const std::string& text) {
