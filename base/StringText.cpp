@@ -53,7 +53,7 @@ void ChangeCase(std::string& text, const int32_t* table, const int32_t* defaultT
 /// Leaves `size` characters from `start` on; a fifth faster on short texts than erase() at both ends.
 void Keep(std::string& text, size_t start, size_t size) {
     if (start > 0) std::memmove(text.data(), text.data() + start, size);
-    text.resize(size);
+    text.erase(size);
 }
 
 } // namespace
@@ -73,7 +73,7 @@ void TrimLeft(std::string& text) {
 }
 
 void TrimRight(std::string& text, bool lineEnds) {
-    text.resize(lineEnds ? vrx::TrimmedSize(text, kBlanksAndLineEnds) : vrx::TrimmedSize(text, kBlanks));
+    text.erase(lineEnds ? vrx::TrimmedSize(text, kBlanksAndLineEnds) : vrx::TrimmedSize(text, kBlanks));
 }
 
 void Trim(std::string& text) {
