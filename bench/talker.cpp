@@ -22,7 +22,7 @@ namespace {
 
 constexpr int kTurn = 50; // exchanges in a row on one connection
 constexpr int kTurnsPerRound = 20;
-constexpr int kRounds = 21;
+constexpr int kRounds = 41;
 
 /// One way to get the words of a block to the server and back.
 class Path {
