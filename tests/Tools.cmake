@@ -2,28 +2,8 @@
 if(NOT TARGET vrx)
   return()
 endif()
-find_package(CLI11 REQUIRED)
-find_package(nlohmann_json REQUIRED)
-find_package(PkgConfig REQUIRED)
-pkg_check_modules(SNDFILE REQUIRED IMPORTED_TARGET sndfile)
 
 add_executable(tool_tests
-  ${PROJECT_SOURCE_DIR}/tools/BlockCsv.cpp
-  ${PROJECT_SOURCE_DIR}/tools/Comparison.cpp
-  ${PROJECT_SOURCE_DIR}/tools/ConnectionOptions.cpp
-  ${PROJECT_SOURCE_DIR}/tools/Envelope.cpp
-  ${PROJECT_SOURCE_DIR}/tools/Faults.cpp
-  ${PROJECT_SOURCE_DIR}/tools/HtmlReport.cpp
-  ${PROJECT_SOURCE_DIR}/tools/Interrupt.cpp
-  ${PROJECT_SOURCE_DIR}/tools/OutputFile.cpp
-  ${PROJECT_SOURCE_DIR}/tools/Pacing.cpp
-  ${PROJECT_SOURCE_DIR}/tools/Processing.cpp
-  ${PROJECT_SOURCE_DIR}/tools/RunStatistics.cpp
-  ${PROJECT_SOURCE_DIR}/tools/RunSummary.cpp
-  ${PROJECT_SOURCE_DIR}/tools/Samples.cpp
-  ${PROJECT_SOURCE_DIR}/tools/ServerProtocol.cpp
-  ${PROJECT_SOURCE_DIR}/tools/Svg.cpp
-  ${PROJECT_SOURCE_DIR}/tools/SweepResult.cpp
   support/RawClient.cpp
   support/ScriptedServer.cpp
   support/Subprocess.cpp
@@ -55,10 +35,7 @@ target_compile_definitions(tool_tests PRIVATE
   VRX_MINIMAL_HOST="$<TARGET_FILE:minimal_host>"
   VRX_PLUGIN="${PROJECT_BINARY_DIR}/VRX_talker_norvo.so"
   VRX_PROGRAM="$<TARGET_FILE:vrx>")
-target_include_directories(tool_tests PRIVATE ${PROJECT_SOURCE_DIR})
-target_link_libraries(tool_tests PRIVATE VRX_talker_norvo vrx_build_options CLI11::CLI11
-                                         nlohmann_json::nlohmann_json PkgConfig::SNDFILE Threads::Threads
-                                         GTest::gtest_main)
+target_link_libraries(tool_tests PRIVATE vrx_parts vrx_build_options GTest::gtest_main)
 add_dependencies(tool_tests compare_gain minimal_host vrx)
 gtest_discover_tests(tool_tests DISCOVERY_TIMEOUT 60)
 
