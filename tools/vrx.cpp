@@ -4,6 +4,7 @@ namespace {
 
 int Run(int argc, char** argv) {
     CLI::App app("Runs audio through a remote processing server, block by block.", "vrx");
+    app.set_version_flag("--version", "vrx " VRX_VERSION, "Print the version and exit");
     app.require_subcommand(1);
     app.footer("Exit codes: 0 done, 1 wrong usage, 2 input or output file (also the plug-in's),\n"
                "3 cannot connect, 4 failed while running, 5 interrupted.\n"
@@ -21,7 +22,7 @@ int Run(int argc, char** argv) {
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
-        if (error.get_exit_code() == 0) return app.exit(error); // a help text
+        if (error.get_exit_code() == 0) return app.exit(error); // a help text or the version
         vrx::PrintError("vrx", std::string(error.what()) + " (see vrx --help, vrx COMMAND --help)");
         return vrx::kWrongUsage;
     }

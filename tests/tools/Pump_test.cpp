@@ -823,6 +823,13 @@ TEST(Help, FitsAScreenAndListsTheExitCodes) {
         EXPECT_NE(end.out.find(code), std::string::npos) << code;
 }
 
+TEST(Help, NamesTheVersion) {
+    const auto end = Vrx({"--version"});
+    EXPECT_EQ(end.exitCode, 0);
+    EXPECT_EQ(end.out, "vrx " VRX_VERSION "\n");
+    EXPECT_EQ(end.err, "");
+}
+
 TEST(Help, ShowsTwoExamplesPerCommand) {
     for (const std::string command : {"pump", "pins", "send", "doctor", "sweep", "compare", "serve"}) {
         SCOPED_TRACE(command);

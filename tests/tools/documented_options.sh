@@ -33,7 +33,7 @@ complete_line() {
 commands=$(vrx --help | sed -n '/^Subcommands:/,/^$/s/^  \([a-z]\+\).*/\1/p' | xargs)
 [[ -n $commands ]] || { echo "vrx --help names no commands"; exit 1; }
 expect_same "the man page's commands" "$commands" "$(sed -n '/^\.SH COMMANDS/,/^\.SH EXIT/s/^\.SS //p' <<<"$page" | xargs)"
-expect_same "completion of vrx" "--help $commands" "$(complete_line "")"
+expect_same "completion of vrx" "--help --version $commands" "$(complete_line "")"
 expect_same "completion of a command's beginning" "serve" "$(complete_line serv)"
 
 for command in $commands; do
