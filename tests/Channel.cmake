@@ -1,9 +1,9 @@
 # Tests of the channel and the talker against scripted servers. The program stands between the library and the
 # system's calls, to count, bend and wait for them; so it is one of its own.
 add_executable(channel_tests
-  CTcpIOTalk_test.cpp
-  CVRXTalker_impl_test.cpp
-  Expiry_test.cpp
+  tcpio/CTcpIOTalk_test.cpp
+  talker/CVRXTalker_impl_test.cpp
+  tcpio/Expiry_test.cpp
   support/ScriptedServer.cpp
   support/SystemCalls.cpp
 )
@@ -13,8 +13,8 @@ gtest_discover_tests(channel_tests DISCOVERY_TIMEOUT 60 PROPERTIES
 
 # The talker on a double of its channel: replies that no real channel gives.
 add_executable(talker_double_tests
-  CVRXTalker_impl_double_test.cpp
-  doubles/ChannelDouble.cpp
+  talker/CVRXTalker_impl_double_test.cpp
+  talker/ChannelDouble.cpp
   ../base/StringFormat.cpp
   ../base/StringMap.cpp
   ../talker/CVRXTalker_impl.cpp
@@ -24,7 +24,7 @@ target_link_libraries(talker_double_tests PRIVATE vrx_build_options GTest::gtest
 gtest_discover_tests(talker_double_tests DISCOVERY_TIMEOUT 60)
 
 # Sees the exports only: linked with, and loading, the shared library.
-add_executable(abi_tests Abi_test.cpp Signatures_test.cpp)
+add_executable(abi_tests library/Abi_test.cpp library/Signatures_test.cpp)
 target_compile_definitions(abi_tests PRIVATE VRX_PLUGIN="${PROJECT_BINARY_DIR}/VRX_talker_norvo.so")
 target_link_libraries(abi_tests PRIVATE VRX_talker_norvo vrx_build_options GTest::gtest_main ${CMAKE_DL_LIBS})
 gtest_discover_tests(abi_tests DISCOVERY_TIMEOUT 60)
@@ -34,13 +34,13 @@ find_program(VRX_NM nm REQUIRED)
 add_test(NAME exported_symbols COMMAND ${CMAKE_COMMAND}
   -DLIBRARY=$<TARGET_FILE:VRX_talker_norvo>
   -DNM=${VRX_NM}
-  -DEXPECTED=${CMAKE_CURRENT_SOURCE_DIR}/exported_symbols.txt
-  -P ${CMAKE_CURRENT_SOURCE_DIR}/CompareExports.cmake)
+  -DEXPECTED=${CMAKE_CURRENT_SOURCE_DIR}/library/exported_symbols.txt
+  -P ${CMAKE_CURRENT_SOURCE_DIR}/library/CompareExports.cmake)
 
 # Loads and unloads the plug-in; its own usleep shortens the watchdog's ticks, so the program exports it. Sanitizers
 # keep mappings of their own for what was unloaded.
 if(NOT VRX_SANITIZE)
-  add_executable(unload_tests Unload_test.cpp support/ScriptedServer.cpp)
+  add_executable(unload_tests library/Unload_test.cpp support/ScriptedServer.cpp)
   target_compile_definitions(unload_tests PRIVATE VRX_PLUGIN="${PROJECT_BINARY_DIR}/VRX_talker_norvo.so")
   target_include_directories(unload_tests PRIVATE ${PROJECT_SOURCE_DIR})
   target_link_libraries(unload_tests PRIVATE vrx_build_options GTest::gtest_main ${CMAKE_DL_LIBS})
@@ -51,7 +51,7 @@ endif()
 
 # Fails each allocation of each operation in turn.
 add_executable(allocation_tests
-  AllocationFailure_test.cpp
+  library/AllocationFailure_test.cpp
   support/NoMemory.cpp
   support/ScriptedServer.cpp
 )

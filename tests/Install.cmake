@@ -17,7 +17,7 @@ set(VRX_INSTALL_TESTS install.tree install.cmake_consumer)
 add_test(NAME install.tree COMMAND ${CMAKE_COMMAND}
   -DPREFIX=${VRX_PREFIX} -DLIBRARY_FOLDER=${VRX_LIBRARY_FOLDER} -DSOURCE=${PROJECT_SOURCE_DIR}
   -DVERSION=${PROJECT_VERSION} -DREADELF=${CMAKE_READELF} -DHAVE_VRX=$<TARGET_EXISTS:vrx>
-  -P ${CMAKE_CURRENT_SOURCE_DIR}/CheckInstalledTree.cmake)
+  -P ${CMAKE_CURRENT_SOURCE_DIR}/library/CheckInstalledTree.cmake)
 
 add_test(NAME install.cmake_consumer COMMAND ${CMAKE_CTEST_COMMAND}
   --build-and-test ${PROJECT_SOURCE_DIR}/examples ${CMAKE_CURRENT_BINARY_DIR}/cmake_consumer
@@ -32,7 +32,7 @@ if(VRX_PKG_CONFIG AND VRX_SANITIZE)
 elseif(VRX_PKG_CONFIG)
   list(APPEND VRX_INSTALL_TESTS install.pkgconfig_consumer)
   add_test(NAME install.pkgconfig_consumer COMMAND
-    ${CMAKE_CURRENT_SOURCE_DIR}/pkgconfig_consumer.sh ${PROJECT_SOURCE_DIR}/examples ${VRX_LIBRARY_FOLDER}
+    ${CMAKE_CURRENT_SOURCE_DIR}/library/pkgconfig_consumer.sh ${PROJECT_SOURCE_DIR}/examples ${VRX_LIBRARY_FOLDER}
     ${CMAKE_CURRENT_BINARY_DIR}/pkgconfig_consumer ${CMAKE_CXX_COMPILER} ${VRX_CONSUMER_FLAGS})
   set_tests_properties(install.pkgconfig_consumer PROPERTIES ENVIRONMENT PKG_CONFIG=${VRX_PKG_CONFIG})
 else()
@@ -42,7 +42,7 @@ set_tests_properties(${VRX_INSTALL_TESTS} PROPERTIES FIXTURES_REQUIRED installed
 
 # Released binaries are hardened; the other build types are for development.
 if(CMAKE_BUILD_TYPE MATCHES "^Rel" AND NOT VRX_CONSUMER_FLAGS MATCHES "-fsanitize")
-  add_test(NAME hardening COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/check_hardening.sh ${CMAKE_READELF}
+  add_test(NAME hardening COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/library/check_hardening.sh ${CMAKE_READELF}
     $<TARGET_FILE:VRX_talker_norvo> $<$<TARGET_EXISTS:vrx>:$<TARGET_FILE:vrx>>
     COMMAND_EXPAND_LISTS)
 endif()

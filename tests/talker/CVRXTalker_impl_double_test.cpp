@@ -1,6 +1,6 @@
 #include "talker/CVRXTalker.h"
 
-#include "tests/doubles/ChannelDouble.h"
+#include "tests/talker/ChannelDouble.h"
 
 #include <cstring>
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-#include "tests/doubles/ChannelDouble.h"
+#include "tests/talker/ChannelDouble.h"
 
 #include "tcpio/CTcpIOTalk.h"
 
