@@ -8,27 +8,27 @@ add_executable(tool_tests
   support/ScriptedServer.cpp
   support/Subprocess.cpp
   support/Subprocess_test.cpp
-  tools/BlockCsv_test.cpp
-  tools/Compare_test.cpp
-  tools/Comparison_test.cpp
-  tools/ConnectionOptions_test.cpp
-  tools/Doctor_test.cpp
-  tools/Envelope_test.cpp
-  tools/Examples_test.cpp
-  tools/Faults_test.cpp
-  tools/HtmlReport_test.cpp
-  tools/Pacing_test.cpp
-  tools/Pins_test.cpp
-  tools/Processing_test.cpp
-  tools/Pump_test.cpp
-  tools/RunStatistics_test.cpp
-  tools/Samples_test.cpp
-  tools/Send_test.cpp
-  tools/ServerProtocol_test.cpp
-  tools/Svg_test.cpp
-  tools/SweepResult_test.cpp
-  tools/Sweep_test.cpp
-  tools/serve_test.cpp
+  tools/report/BlockCsv_test.cpp
+  tools/commands/Compare_test.cpp
+  tools/report/Comparison_test.cpp
+  tools/commands/ConnectionOptions_test.cpp
+  tools/commands/Doctor_test.cpp
+  tools/report/Envelope_test.cpp
+  examples/Examples_test.cpp
+  tools/server/Faults_test.cpp
+  tools/report/HtmlReport_test.cpp
+  host/Pacing_test.cpp
+  tools/commands/Pins_test.cpp
+  tools/server/Processing_test.cpp
+  tools/commands/Pump_test.cpp
+  host/RunStatistics_test.cpp
+  tools/wire/Samples_test.cpp
+  tools/commands/Send_test.cpp
+  tools/wire/ServerProtocol_test.cpp
+  tools/report/Svg_test.cpp
+  tools/report/SweepResult_test.cpp
+  tools/commands/Sweep_test.cpp
+  tools/commands/Serve_test.cpp
 )
 target_compile_definitions(tool_tests PRIVATE
   VRX_COMPARE_GAIN="$<TARGET_FILE:compare_gain>"

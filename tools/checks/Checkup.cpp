@@ -1,0 +1,296 @@
+#include "tools/checks/Checkup.h"
+
+#include "tools/audio/FilePump.h"
+#include "tools/checks/RawConnection.h"
+#include "tools/program/Errors.h"
+#include "tools/program/Numbers.h"
+#include "tools/program/Terminal.h"
+#include "tools/report/RunSummary.h"
+#include "tools/wire/ServerProtocol.h"
+
+#include <algorithm>
+#include <cctype>
+#include <chrono>
+#include <cstdint>
+#include <vector>
+
+using asio::ip::tcp;
+
+namespace vrx {
+
+namespace {
+
+constexpr std::chrono::seconds kPatience{5}; // of the connections that are not the talker's
+constexpr int kReplies = 10;                 // looked at for pieces
+
+constexpr const char* kStateNames[] = {"ok", "note", "FAIL"};
+
+Finding Fine(std::string detail) {
+    return {Finding::kOk, std::move(detail), "", ""};
+}
+
+Finding Fault(std::string detail, std::string meaning, std::string advice) {
+    return {Finding::kFailed, std::move(detail), std::move(meaning), std::move(advice)};
+}
+
+std::string Waited() {
+    return "waited " + std::to_string(kPatience.count()) + " s";
+}
+
+} // namespace
+
+template <class Look>
+bool Checkup::Step(const char* name, const Look& look) {
+    const auto start = Clock::now();
+    const Finding finding = look();
+    Report(name, finding, std::chrono::duration<double, std::milli>(Clock::now() - start).count());
+    m_failed = m_failed || finding.state == Finding::kFailed;
+    return finding.state != Finding::kFailed;
+}
+
+void Checkup::Report(const char* name, const Finding& finding, double milliseconds) {
+    const char* state = kStateNames[finding.state];
+    if (m_options.json) {
+        m_steps.push_back(
+            {{"name", name}, {"state", state}, {"milliseconds", milliseconds}, {"detail", finding.detail}});
+        if (finding.state != Finding::kOk)
+            m_steps.back().update({{"means", finding.meaning}, {"try", finding.advice}});
+        return;
+    }
+    constexpr Color kColors[] = {Color::kGreen, Color::kYellow, Color::kRed};
+    const auto padded = [](std::string text, std::size_t width) {
+        text.resize(std::max(width, text.size()), ' ');
+        return text;
+    };
+    std::string time = Fixed(milliseconds, 2) + " ms";
+    time.insert(0, time.size() < 12 ? 12 - time.size() : 0, ' ');
+    std::string text = padded(name, 8) + Colored(padded(state, 4), kColors[finding.state], m_colors) + time +
+                       "  " + WithoutControls(finding.detail) + "\n";
+    if (finding.state != Finding::kOk)
+        text += "          means: " + WithoutControls(finding.meaning) +
+                "\n          try: " + WithoutControls(finding.advice) + "\n";
+    m_session.Print(text);
+}
+
+int Checkup::Run() {
+    const bool connected =
+        Step("look-up", [&] { return LookUp(); }) && Step("reach", [&] { return Reach(); }) &&
+        Step("connect", [&] { return Connect(); }) && Step("command", [&] { return Command(); });
+    if (connected) {
+        Step("pins", [&] { return Pins(); });
+        m_channels = m_options.channels > 0 ? m_options.channels : m_pins.in[1] > 0 ? m_pins.in[1] : 2;
+        m_block = m_options.block > 0 ? m_options.block : PreferredBlock(m_pins, m_server, m_channels);
+        if (Step("silence", [&] { return Silence(); })) Step("latency", [&] { return Latency(); });
+        Step("pieces", [&] { return Pieces(); });
+    }
+    if (m_options.json)
+        m_session.Print(JsonLine({{"server", m_server.host},
+                                  {"port", m_server.port},
+                                  {"plugin", m_session.PluginFile()},
+                                  {"ok", !m_failed},
+                                  {"steps", m_steps}}));
+    if (!connected) return kCannotConnect;
+    return m_failed ? kRunFailed : kDone;
+}
+
+Finding Checkup::LookUp() {
+    asio::error_code error;
+    const auto port = static_cast<std::uint16_t>(m_server.port);
+    const asio::ip::address_v4 quad = asio::ip::make_address_v4(m_server.host, error);
+    if (!error) {
+        m_endpoint = {quad, port};
+        return Fine(m_server.host + " is an address, nothing to look up");
+    }
+    if (std::isdigit(static_cast<unsigned char>(m_server.host[0])) != 0)
+        return Fault("'" + m_server.host + "' is no IPv4 address",
+                     "what begins with a digit is taken for an address",
+                     "four numbers with dots between them, or a name that begins with a letter");
+    asio::io_context io;
+    tcp::resolver resolver(io);
+    const auto found = resolver.resolve(tcp::v4(), m_server.host, std::to_string(port), error);
+    if (error || found.empty())
+        return Fault(
+            "'" + m_server.host + "' is not known: " + error.message(),
+            "no IPv4 address belongs to this name, so there is nothing to connect to",
+            "the name's spelling, the network's name service, or the server's address instead of its name");
+    m_endpoint = found.begin()->endpoint();
+    return Fine(m_server.host + " is " + m_endpoint.address().to_string());
+}
+
+/// One attempt to connect answers two questions: whether the machine answers at all, and whether its port is
+/// open. A refusal is an answer.
+Finding Checkup::Reach() {
+    RawConnection connection(kPatience);
+    m_connectError = connection.Connect(m_endpoint);
+    const std::string address = m_endpoint.address().to_string();
+    if (!m_connectError || m_connectError == asio::error::connection_refused)
+        return Fine(address + " answers");
+    if (m_connectError == asio::error::timed_out)
+        return Fault(Waited() + " for " + address + " to answer",
+                     "the machine is off, its address is another one, or a firewall drops what is sent to it",
+                     "whether the machine is on and in this network; its firewall's rule for port " +
+                         std::to_string(m_server.port));
+    return Fault(address + " cannot be reached: " + m_connectError.message(),
+                 "this machine knows no way to that address",
+                 "the network cable, the interface, and its routes");
+}
+
+Finding Checkup::Connect() const {
+    const std::string place = m_endpoint.address().to_string() + ":" + std::to_string(m_server.port);
+    if (!m_connectError) return Fine(place + " is open");
+    return Fault(place + " is closed", "the machine is there, but no program listens at this port",
+                 "starting the server, or its right port (to try without it: vrx serve --port " +
+                     std::to_string(m_server.port) + ")");
+}
+
+Finding Checkup::Command() {
+    try {
+        m_session.Connect();
+    } catch (const Failure& failure) {
+        return Fault(failure.message,
+                     "something listens there, but it does not answer as this kind of server does",
+                     "which program listens at port " + std::to_string(m_server.port) +
+                         ", and whether the server is stuck or has too many clients");
+    }
+    return Fine("the server answered \"connect," + m_server.host + "," +
+                std::to_string(m_options.server.clport) + "\"");
+}
+
+Finding Checkup::Pins() {
+    const int result = m_session.PinProps(m_pins);
+    const auto values = [](const unsigned(&v)[3]) {
+        return std::to_string(v[0]) + " " + std::to_string(v[1]) + " " + std::to_string(v[2]);
+    };
+    if (result >= 0)
+        return Fine(m_server.input + ": " + values(m_pins.in) + ", " + m_server.output + ": " +
+                    values(m_pins.out));
+    m_pins = {};
+    Finding note{Finding::kNote, "refused with status " + std::to_string(result),
+                 "the server does not describe such pins; blocks may pass all the same",
+                 "--input and --output, and --block for the size that the pins do not tell"};
+    if (!m_session.TransportFault()) return note;
+    note.detail = m_session.Describe(result);
+    if (!m_session.Reconnect(result)) note.state = Finding::kFailed;
+    return note;
+}
+
+std::string Checkup::BlockText() const {
+    return "a block of " + Counted(m_block, "frame") + " of " + Counted(m_channels, "channel");
+}
+
+Finding Checkup::RefusedBlock(int result) {
+    const std::string block = BlockText();
+    if (!m_session.TransportFault())
+        return Fault(block + " was refused with status " + std::to_string(result),
+                     "the server took the request but not this block",
+                     "--layout, --input and --output as the server names them, --block, --channels");
+    const std::string described = m_session.Describe(result);
+    m_session.Disconnect();
+    const std::string answer = RawAnswer();
+    if (!answer.empty())
+        return Fault(block + " was answered with the text '" + answer + "'",
+                     "the server understands text, but takes no such blocks",
+                     "what the text says; --layout, --input and --output, --block, --channels");
+    return Fault("no reply to " + block + " (" + described + ")",
+                 "the server is there, but does not process such blocks as it should",
+                 "a smaller --block, other --channels, and the server's own log");
+}
+
+Finding Checkup::Silence() {
+    const std::vector<std::uint32_t> in(Words());
+    std::vector<std::uint32_t> out(Words());
+    const int result = m_session.PumpAudio(in.data(), out.data(), static_cast<unsigned>(Words()));
+    if (result < 0) return RefusedBlock(result);
+    return Fine(BlockText() + " came back");
+}
+
+Finding Checkup::Latency() {
+    constexpr int kMostBlocks = 200;
+    constexpr double kMostSeconds = 2;
+    const std::vector<std::uint32_t> in(Words());
+    std::vector<std::uint32_t> out(Words());
+    BlockPump pump(m_session, static_cast<unsigned>(Words()), 0);
+    RunStatistics statistics(static_cast<double>(m_block) / m_options.rate * 1000);
+    for (int i = 0; i < kMostBlocks && pump.Elapsed() < kMostSeconds; ++i) {
+        try {
+            statistics.Add(pump.Send(in.data(), out.data()));
+        } catch (const LostBlock& lost) {
+            return Fault("block " + std::to_string(i + 1) + ": " + m_session.Describe(lost.result),
+                         "the connection does not last, or replies are not what they should be",
+                         "what the next step says, the server's log, and the network between");
+        }
+        if (statistics.Failed() > 0) return RefusedBlock(statistics.FirstFailed().result);
+    }
+    const BlockTimes times = statistics.Times();
+    Finding finding = Fine(Counted(statistics.Blocks(), "block") + ": p50 " + Brief(times.p50) + " ms, p99 " +
+                           Brief(times.p99) + " ms, max " + Brief(times.max) + " ms; a block lasts " +
+                           Brief(statistics.Deadline()) + " ms at " + std::to_string(m_options.rate) + " Hz");
+    if (statistics.Missed() == 0) return finding;
+    finding.state = Finding::kNote;
+    finding.meaning = std::to_string(statistics.Missed()) +
+                      " of them took longer than a block lasts: not fit for real time";
+    finding.advice = "vrx sweep, which finds the smallest safe block";
+    return finding;
+}
+
+asio::error_code Checkup::OpenRaw(RawConnection& connection) const {
+    asio::error_code error = connection.Connect(m_endpoint);
+    if (!error)
+        error = connection.Send("connect," + m_server.host + "," + std::to_string(m_options.server.clport) +
+                                "\n");
+    std::string answer;
+    while (!error && answer.find('\n') == std::string::npos) error = connection.Receive(answer);
+    return error;
+}
+
+/// What the server says to a block in text; "" when it says nothing or replies with a packet.
+std::string Checkup::RawAnswer() {
+    RawConnection connection(kPatience);
+    if (OpenRaw(connection) || connection.Send(SilentRequest(m_server, Words()))) return "";
+    const RawReply reply = ReadReply(connection);
+    if (reply.isPacket || reply.error) return "";
+    return Printable(std::string_view(reply.bytes).substr(0, reply.bytes.find('\n')));
+}
+
+Finding Checkup::Pieces() {
+    m_session.Disconnect();
+    RawConnection connection(kPatience);
+    asio::error_code error = OpenRaw(connection);
+    const std::string request = SilentRequest(m_server, Words());
+    int whole = 0;
+    RawReply broken;
+    RawReply last;
+    for (int i = 0; i < kReplies && !error && broken.pieces == 0; ++i) {
+        error = connection.Send(request);
+        if (error) break;
+        last = ReadReply(connection);
+        error = last.error;
+        if (!last.isPacket) break;
+        if (last.pieces == 1)
+            ++whole;
+        else
+            broken = last;
+    }
+    const std::string size = " of " + std::to_string(last.bytes.size()) + " bytes";
+    if (broken.pieces > 0) {
+        const bool fits = m_block <= FramesPerSegment(m_server, m_channels);
+        return Fault("a reply" + size + " came in " + std::to_string(broken.pieces) +
+                         " pieces, the first of " + std::to_string(broken.firstPiece) + " bytes",
+                     "the talker takes what one receive delivers, so it loses the rest of such blocks",
+                     fits ? "a server that sends each reply with one call"
+                          : "--block " + std::to_string(FramesPerSegment(m_server, m_channels)) +
+                                ", whose replies fit one segment");
+    }
+    if (error)
+        return Fault(error == asio::error::timed_out
+                         ? Waited() + " for " + m_server.Place() + " to reply to the block"
+                         : "no reply from " + m_server.Place() + ": " + error.message(),
+                     "the server does not answer blocks as it should", "the server's own log");
+    if (!last.isPacket)
+        return Fault("the server answers blocks with text",
+                     "there are no replies whose pieces could be counted", "what the step before says");
+    return Fine(std::to_string(whole) + " of " + std::to_string(kReplies) + " replies" + size +
+                " came in one piece");
+}
+
+} // namespace vrx

@@ -1,0 +1,80 @@
+#include "tools/checks/RawConnection.h"
+
+#include "tools/wire/ServerProtocol.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+
+namespace vrx {
+
+/// `start` begins one asynchronous operation, which ends by calling what it is given.
+template <class Start>
+asio::error_code RawConnection::Limited(const Start& start) {
+    asio::error_code result = asio::error::timed_out;
+    start([&result](const asio::error_code& error, std::size_t = 0) { result = error; });
+    m_io.restart();
+    m_io.run_for(m_limit);
+    if (m_io.stopped()) return result;
+    asio::error_code ignored;
+    m_socket.close(ignored);
+    m_io.run(); // the cancelled operation must not outlive `result`
+    return asio::error::timed_out;
+}
+
+asio::error_code RawConnection::Connect(const asio::ip::tcp::endpoint& to) {
+    return Limited([&](auto done) { m_socket.async_connect(to, done); });
+}
+
+asio::error_code RawConnection::Send(std::string_view bytes) {
+    return Limited(
+        [&](auto done) { asio::async_write(m_socket, asio::buffer(bytes.data(), bytes.size()), done); });
+}
+
+asio::error_code RawConnection::Receive(std::string& bytes) {
+    std::size_t received = 0;
+    const asio::error_code error = Limited([&](auto done) {
+        m_socket.async_read_some(asio::buffer(m_piece),
+                                 [&received, done](const asio::error_code& code, std::size_t count) {
+                                     received = count;
+                                     done(code);
+                                 });
+    });
+    bytes.append(m_piece.data(), received);
+    return error;
+}
+
+std::string SilentRequest(const ServerSettings& server, std::size_t words) {
+    std::string path = server.layout + "," + server.input + ".samples[0]," + server.output + ".samples[0]";
+    path.resize((path.size() | 3) + 1);
+    const auto count = static_cast<std::uint32_t>(words);
+    const std::uint32_t head[] = {kPacketTag, static_cast<std::uint32_t>(20 + 4 * words + path.size()),
+                                  count + 1, kObjectCommand,
+                                  count + static_cast<std::uint32_t>(kReplyFigures)};
+    std::string packet(sizeof head, '\0');
+    std::memcpy(packet.data(), head, sizeof head);
+    packet.append(4 * words, '\0');
+    return packet + path;
+}
+
+RawReply ReadReply(RawConnection& connection) {
+    constexpr std::size_t kMost = 1 << 20; // what the talker can receive
+    RawReply reply;
+    std::size_t want = 8; // tag and length word
+    while (!reply.error && reply.bytes.size() < want) {
+        reply.error = connection.Receive(reply.bytes);
+        if (!reply.error && ++reply.pieces == 1) reply.firstPiece = reply.bytes.size();
+        if (reply.bytes.size() < 8) {
+            if (reply.bytes.find('\n') != std::string::npos) break; // a short line
+            continue;
+        }
+        std::uint32_t head[2];
+        std::memcpy(head, reply.bytes.data(), sizeof head);
+        reply.isPacket = head[0] == kPacketTag;
+        if (!reply.isPacket) break;
+        want = std::min<std::size_t>(std::max<std::uint32_t>(head[1], 8), kMost);
+    }
+    return reply;
+}
+
+} // namespace vrx

@@ -1,0 +1,51 @@
+#pragma once
+
+#include "tools/commands/ConnectionOptions.h"
+
+#include <asio.hpp>
+
+#include <chrono>
+#include <cstddef>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace vrx {
+
+/// A plain TCP connection whose every operation is limited in time, to see what the talker does not show. An
+/// operation that takes longer gives asio::error::timed_out and ends the connection.
+class RawConnection {
+public:
+    explicit RawConnection(std::chrono::milliseconds limit) : m_limit(limit) {}
+
+    asio::error_code Connect(const asio::ip::tcp::endpoint& to);
+    asio::error_code Send(std::string_view bytes);
+    /// Appends what one receive delivers; asio::error::eof at the end of the stream.
+    asio::error_code Receive(std::string& bytes);
+
+private:
+    template <class Start>
+    asio::error_code Limited(const Start& start);
+
+    std::chrono::milliseconds m_limit;
+    asio::io_context m_io;
+    asio::ip::tcp::socket m_socket{m_io};
+    std::vector<char> m_piece = std::vector<char>(1 << 20); // as much as the talker takes in one receive
+};
+
+/// A request for `words` words of silence, as the talker sends it.
+std::string SilentRequest(const ServerSettings& server, std::size_t words);
+
+/// How one reply came.
+struct RawReply {
+    asio::error_code error;
+    std::string bytes;
+    std::size_t pieces = 0;
+    std::size_t firstPiece = 0; ///< bytes of it
+    bool isPacket = false;
+};
+
+/// Receives until a packet, or the first line of a text, is whole.
+RawReply ReadReply(RawConnection& connection);
+
+} // namespace vrx

@@ -1,0 +1,73 @@
+#include "tools/program/Interrupt.h"
+
+#include "tools/program/Errors.h"
+
+#include <atomic>
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <limits.h>
+#include <unistd.h>
+
+namespace vrx {
+
+namespace {
+
+std::atomic<int> signalsUntilExit{1};
+std::atomic<bool> interrupted{false};
+char farewell[128] = "vrx: interrupted\n";
+char leftover[PATH_MAX]; // the temporary file; "" for none
+
+// Calls only what POSIX allows in a signal handler.
+void OnSignal(int) {
+    interrupted = true;
+    if (--signalsUntilExit > 0) return;
+    if (leftover[0] != '\0') ::unlink(leftover);
+    const ssize_t ignored = ::write(STDERR_FILENO, farewell, std::strlen(farewell));
+    (void)ignored; // nobody is left to be told
+    ::_exit(kInterrupted);
+}
+
+void Install() {
+    struct sigaction action = {};
+    action.sa_handler = OnSignal;
+    action.sa_flags = SA_RESTART;
+    ::sigaction(SIGINT, &action, nullptr);
+    ::sigaction(SIGTERM, &action, nullptr);
+}
+
+} // namespace
+
+void CatchInterrupts() {
+    signalsUntilExit = 2;
+    Install();
+}
+
+void ExitOnInterrupt(const char* who) {
+    (void)std::snprintf(farewell, sizeof farewell, "%s: interrupted\n", who);
+    signalsUntilExit = 1;
+    Install();
+}
+
+bool Interrupted() {
+    return interrupted;
+}
+
+void PauseUnlessInterrupted(int milliseconds) {
+    using Clock = std::chrono::steady_clock;
+    const auto end = Clock::now() + std::chrono::milliseconds(milliseconds);
+    // In short sleeps, because a signal may arrive just before one begins.
+    while (!Interrupted() && Clock::now() < end) {
+        const timespec step{0, 20'000'000};
+        (void)::nanosleep(&step, nullptr);
+    }
+}
+
+void RemoveOnExit(const char* path) {
+    leftover[0] = '\0';
+    if (path != nullptr) (void)std::snprintf(leftover, sizeof leftover, "%s", path);
+}
+
+} // namespace vrx

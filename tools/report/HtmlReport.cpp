@@ -1,0 +1,256 @@
+#include "tools/report/HtmlReport.h"
+
+#include "tools/program/Numbers.h"
+#include "tools/report/Svg.h"
+
+#include <algorithm>
+#include <cmath>
+#include <utility>
+
+namespace vrx {
+
+namespace {
+
+constexpr char kStyle[] = R"(
+:root { color-scheme: light dark; --page: #f6f7f9; --card: #fff; --ink: #1b2027; --soft: #5a6472; --line: #dfe3e8;
+  --blue: #2f6fd0; --teal: #14877d; --orange: #c25a00; --red: #c92a3a; --green: #1e7d3c; }
+@media (prefers-color-scheme: dark) { :root { --page: #14171c; --card: #1d2229; --ink: #e6e9ee; --soft: #9aa5b3;
+  --line: #343b45; --blue: #6ea8ff; --teal: #4fc9bb; --orange: #ffa04d; --red: #ff6b78; --green: #5fd083; } }
+* { box-sizing: border-box; }
+body { margin: 0 auto; padding: 1.2rem; max-width: 62rem; background: var(--page); color: var(--ink);
+  font: 15px/1.45 system-ui, sans-serif; }
+h1 { margin: 0; font-size: 1.35rem; overflow-wrap: anywhere; }
+h2 { margin: 0; font-size: 1rem; }
+p { margin: .3rem 0 0; color: var(--soft); }
+.verdict { margin: .3rem 0 1rem; font-size: 1.05rem; color: var(--red); overflow-wrap: anywhere; }
+.verdict.good { color: var(--green); }
+.figures { display: grid; grid-template-columns: repeat(4, 1fr); gap: .6rem; margin: 0; }
+@media (max-width: 34rem) { .figures { grid-template-columns: repeat(2, 1fr); } body { padding: .7rem; } }
+.figures div, figure, section { background: var(--card); border: 1px solid var(--line); border-radius: .5rem; }
+.figures div { padding: .5rem .7rem; }
+.figures dt { color: var(--soft); font-size: .85rem; }
+.figures dd { margin: 0; font-size: 1.25rem; font-variant-numeric: tabular-nums; }
+figure, section { margin: .8rem 0 0; padding: .8rem; }
+figcaption { margin-bottom: .5rem; }
+text { font-size: 12px; fill: var(--ink); paint-order: stroke; stroke: var(--card); stroke-width: 3px; }
+.grid { stroke: var(--line); } .tick { stroke: var(--soft); }
+.blue { fill: var(--blue); stroke: var(--blue); } .teal { fill: var(--teal); stroke: var(--teal); }
+.orange { fill: var(--orange); stroke: var(--orange); }
+.dim { fill-opacity: .35; stroke-opacity: .6; }
+line.deadline { stroke: var(--red); stroke-dasharray: 6 4; stroke-width: 1.5; } text.deadline { fill: var(--red); }
+.quantile { stroke: var(--soft); stroke-dasharray: 2 3; }
+.failed { fill: var(--red); } .retried { fill: var(--orange); }
+.pair { white-space: nowrap; }
+.key { display: inline-block; width: .75em; height: .75em; margin: 0 .3em 0 .4em; border-radius: 2px; }
+.key.blue { background: var(--blue); } .key.teal { background: var(--teal); }
+.key.orange, .key.retried { background: var(--orange); } .key.failed { background: var(--red); }
+.key.failed, .key.retried { border-radius: 50%; }
+table { width: 100%; border-collapse: collapse; }
+th, td { padding: .3rem .5rem .3rem 0; border-top: 1px solid var(--line); text-align: left; vertical-align: top;
+  overflow-wrap: anywhere; }
+tr:first-child th, tr:first-child td { border-top: 0; }
+th { width: 34%; color: var(--soft); font-weight: normal; }
+)";
+
+std::string Milliseconds(double value) {
+    return Brief(value) + " ms";
+}
+
+/// A place in the audio: "0.25 s", "1:05".
+std::string Moment(double seconds, double range) {
+    if (range < 60) return Brief(seconds) + " s";
+    const auto whole = static_cast<long>(std::lround(seconds));
+    const std::string rest = std::to_string(whole % 60);
+    return std::to_string(whole / 60) + (rest.size() < 2 ? ":0" : ":") + rest;
+}
+
+std::string Key(const char* style, const char* text) {
+    return std::string(" <span class=\"pair\"><span class=\"key ") + style + "\"></span>" + text + "</span>";
+}
+
+std::string Figure(const char* title, const std::string& legend, const Chart& chart) {
+    return std::string("<figure><figcaption><h2>") + title + "</h2><p>" + legend + "</p></figcaption>\n" +
+           chart.Markup() + "</figure>\n";
+}
+
+void TimeTicks(Chart& chart, const Scale& time) {
+    const double range = time.high;
+    if (range < 60) {
+        for (const double at : time.Ticks(5)) chart.XTick(at, Moment(at, range));
+        return;
+    }
+    constexpr int kMost = 6;
+    double step = 10;
+    for (const double next : {15, 20, 30, 60, 120, 300, 600, 900, 1800, 3600})
+        if (range / step > kMost) step = next;
+    while (range / step > kMost) step *= 2;
+    for (int i = 0; i * step <= range; ++i) chart.XTick(i * step, Moment(i * step, range));
+}
+
+/// How many blocks took how long; both sides logarithmic, so that single stragglers are seen.
+std::string Distribution(const RunStatistics& statistics) {
+    const std::vector<double> sorted = statistics.SortedMilliseconds();
+    if (sorted.empty()) return "";
+    const double shortest = std::max(sorted.front(), 1e-6);
+    const Scale time = LogarithmicScale(shortest, std::max(sorted.back(), shortest));
+    constexpr std::size_t kBins = 80;
+    std::vector<double> counts(kBins, 0);
+    for (const double milliseconds : sorted)
+        ++counts[std::min(kBins - 1, static_cast<std::size_t>(time.Part(milliseconds) * kBins))];
+    const Scale blocks = LogarithmicScale(0.8, *std::max_element(counts.begin(), counts.end()));
+
+    constexpr int kMarks = 5;
+    Chart chart("Distribution of the round trips", time, blocks, 200, kMarks);
+    for (const double at : time.Ticks(5)) chart.XTick(at, Milliseconds(at));
+    for (const double at : blocks.Ticks(4))
+        if (at >= 1) chart.YTick(at, Brief(at));
+    const double ratio = time.high / time.low;
+    for (std::size_t bin = 0; bin < kBins; ++bin) {
+        if (counts[bin] == 0) continue;
+        const auto edge = [&](std::size_t i) {
+            return time.low * std::pow(ratio, static_cast<double>(i) / static_cast<double>(kBins));
+        };
+        chart.Bar("blue", edge(bin), edge(bin + 1), counts[bin]);
+    }
+    const BlockTimes times = statistics.Times();
+    const std::pair<const char*, double> marks[kMarks] = {{"p50 ", times.p50},
+                                                          {"p95 ", times.p95},
+                                                          {"p99 ", times.p99},
+                                                          {"p99.9 ", times.p999},
+                                                          {"max ", times.max}};
+    for (int row = 0; row < kMarks; ++row)
+        chart.Upright("quantile", marks[row].second, marks[row].first + Milliseconds(marks[row].second), row);
+    return Figure(
+        "Distribution of the round trips",
+        "blocks by their round trip, both on logarithmic scales; p95: 95 of 100 blocks took no longer",
+        chart);
+}
+
+std::string Facts(const char* element, const char* name, const char* value,
+                  const std::vector<ReportFact>& facts) {
+    const auto wrapped = [](const std::string& tag, const std::string& text) {
+        return "<" + tag + ">" + EscapeMarkup(text) + "</" + tag + ">";
+    };
+    std::string rows;
+    for (const ReportFact& fact : facts)
+        rows += std::string("<") + element + ">" + wrapped(name, fact.name) + wrapped(value, fact.value) +
+                "</" + element + ">\n";
+    return rows;
+}
+
+} // namespace
+
+void HtmlReport::Add(const BlockRecord& block, const std::uint32_t* in, const std::uint32_t* out,
+                     std::size_t frames) {
+    m_roundTrip.Add(block.milliseconds);
+    m_sinceDue.Add(block.sinceDue);
+    m_trouble.Add(block.Failed() ? 2 : block.retries > 0 ? 1 : 0);
+    m_averageCycles.Add(double{block.averageCycles});
+    m_pumpCycles.Add(double{block.pumpCycles});
+    AddWaveform(m_in, in, frames);
+    AddWaveform(m_out, out, frames);
+}
+
+void HtmlReport::AddWaveform(Envelope& waveform, const std::uint32_t* words, std::size_t frames) const {
+    constexpr double kLoudest = 1e6; // a stray huge float must not end up as an endless number on the page
+    for (std::size_t frame = 0; frame < frames; ++frame) {
+        double low = kLoudest;
+        double high = -kLoudest;
+        for (unsigned channel = 0; channel < m_stream.channels; ++channel) {
+            double sample = SampleFromWord(*words++, m_stream.words);
+            if (std::isnan(sample)) sample = 0;
+            low = std::clamp(sample, -kLoudest, low);
+            high = std::clamp(sample, high, kLoudest);
+        }
+        waveform.Add(low, high);
+    }
+}
+
+double HtmlReport::BlockSeconds() const {
+    return static_cast<double>(m_stream.blockFrames) / m_stream.sampleRate;
+}
+
+double HtmlReport::Seconds() const {
+    return static_cast<double>(m_roundTrip.Count()) * BlockSeconds();
+}
+
+std::string HtmlReport::RoundTrips(const RunStatistics& statistics) const {
+    const Scale time{0, Seconds()};
+    double lowest = m_roundTrip.Lowest();
+    double highest = std::max(m_roundTrip.Highest(), statistics.Deadline());
+    if (m_stream.paced) highest = std::max(highest, m_sinceDue.Highest());
+    lowest = std::max(std::min(lowest, statistics.Deadline()), 1e-4);
+    Chart chart("Round trip per block over time", time, LogarithmicScale(lowest, highest), 240);
+    TimeTicks(chart, time);
+    for (const double at : LogarithmicScale(lowest, highest).Ticks(4)) chart.YTick(at, Milliseconds(at));
+
+    const double width = static_cast<double>(m_roundTrip.PerColumn()) * BlockSeconds();
+    if (m_stream.paced) chart.Steps("orange dim", m_sinceDue.Columns(), width, Seconds());
+    chart.Steps("blue", m_roundTrip.Columns(), width, Seconds());
+    chart.Across("deadline", statistics.Deadline(), "deadline " + Milliseconds(statistics.Deadline()));
+    const std::vector<Envelope::Column>& troubles = m_trouble.Columns();
+    for (std::size_t i = 0; i < troubles.size(); ++i)
+        if (troubles[i].high > 0)
+            chart.Dot(troubles[i].high > 1 ? "failed" : "retried", (static_cast<double>(i) + 0.5) * width,
+                      m_roundTrip.Columns()[i].high);
+
+    std::string legend = "milliseconds on a logarithmic scale, at each block's place in the audio;" +
+                         Key("blue", "round trip");
+    if (m_stream.paced) legend += Key("orange", "since the block was due");
+    if (m_trouble.Highest() > 0) legend += Key("retried", "sent again") + Key("failed", "failed");
+    return Figure("Round trip per block", legend, chart);
+}
+
+std::string HtmlReport::Cycles() const {
+    const Scale time{0, Seconds()};
+    const double lowest = std::max(1.0, std::min(m_averageCycles.Lowest(), m_pumpCycles.Lowest()));
+    const double highest = std::max({m_averageCycles.Highest(), m_pumpCycles.Highest(), lowest});
+    const Scale cycles = LogarithmicScale(lowest, highest);
+    Chart chart("Server cycles over time", time, cycles, 160);
+    TimeTicks(chart, time);
+    for (const double at : cycles.Ticks(4)) chart.YTick(at, Brief(at));
+    const double width = static_cast<double>(m_pumpCycles.PerColumn()) * BlockSeconds();
+    chart.Steps("teal dim", m_pumpCycles.Columns(), width, Seconds());
+    chart.Steps("blue", m_averageCycles.Columns(), width, Seconds());
+    return Figure("Server cycles",
+                  "as the server counts them, on a logarithmic scale;" + Key("teal", "per block") +
+                      Key("blue", "average"),
+                  chart);
+}
+
+std::string HtmlReport::Waveform(const char* title, const Envelope& waveform) const {
+    const Scale time{0, Seconds()};
+    const double peak = std::max(-waveform.Lowest(), waveform.Highest());
+    const double reach = std::max(1.0, peak);
+    const Scale level{-reach, reach};
+    Chart chart(title, time, level, 110);
+    TimeTicks(chart, time);
+    chart.YTick(0, "");
+    chart.YTick(reach, Brief(reach));
+    chart.YTick(-reach, Brief(-reach));
+    const double width = static_cast<double>(waveform.PerColumn()) / m_stream.sampleRate;
+    chart.Steps("blue", waveform.Columns(), width,
+                static_cast<double>(waveform.Count()) / m_stream.sampleRate);
+    const std::string peakText = peak > 0 ? Fixed(20 * std::log10(peak), 1) + " dB of full scale" : "silence";
+    return Figure(title, "all channels; peak: " + peakText, chart);
+}
+
+std::string HtmlReport::Page(const ReportTexts& texts, const RunStatistics& statistics) const {
+    const std::string title = EscapeMarkup(texts.title);
+    std::string page = "<!DOCTYPE html>\n<html lang=\"en\" xmlns=\"http://www.w3.org/1999/xhtml\">\n<head>\n"
+                       "<meta charset=\"utf-8\"/>\n"
+                       "<meta http-equiv=\"Content-Security-Policy\" content=\"default-src 'none'; style-src "
+                       "'unsafe-inline'\"/>\n"
+                       "<meta name=\"viewport\" content=\"width=device-width, initial-scale=1\"/>\n<title>" +
+                       title + "</title>\n<style>" + kStyle + Chart::kStyle +
+                       "</style>\n</head>\n<body>\n<h1>" + title + "</h1>\n<p class=\"verdict" +
+                       (texts.good ? " good" : "") + "\">" + EscapeMarkup(texts.verdict) +
+                       "</p>\n<dl class=\"figures\">\n" + Facts("div", "dt", "dd", texts.figures) + "</dl>\n";
+    if (statistics.Blocks() > 0)
+        page += RoundTrips(statistics) + Distribution(statistics) + Cycles() + Waveform("Input", m_in) +
+                Waveform("Output", m_out);
+    return page + "<section><h2>The run</h2>\n<table>\n" + Facts("tr", "th", "td", texts.facts) +
+           "</table></section>\n</body>\n</html>\n";
+}
+
+} // namespace vrx

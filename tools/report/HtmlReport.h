@@ -1,0 +1,67 @@
+#pragma once
+
+#include "host/RunStatistics.h"
+#include "tools/report/Envelope.h"
+#include "tools/wire/Samples.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace vrx {
+
+/// A name and its value, as the page shows them. Any text: it is escaped where it is written.
+struct ReportFact {
+    std::string name;
+    std::string value;
+};
+
+/// What the page says about a run in words.
+struct ReportTexts {
+    std::string title;
+    std::string verdict;
+    bool good = false;               ///< the verdict's colour
+    std::vector<ReportFact> figures; ///< the few that matter most, shown large
+    std::vector<ReportFact> facts;
+};
+
+/// Draws one run as a single HTML page that needs nothing else: inline SVG, no scripts, no fonts or pictures
+/// from outside; light or dark as the reader's system asks. The page and the memory for it do not grow with
+/// the length of the run.
+class HtmlReport {
+public:
+    struct Stream {
+        SampleFormat words = SampleFormat::kF32;
+        unsigned channels = 1;
+        int sampleRate = 1;
+        std::size_t blockFrames = 1;
+        bool paced = false;
+    };
+
+    explicit HtmlReport(const Stream& stream) : m_stream(stream) {}
+
+    /// Adds a block and `frames` frames of each side that count. A sample that is no number is drawn as 0.
+    void Add(const BlockRecord& block, const std::uint32_t* in, const std::uint32_t* out, std::size_t frames);
+
+    std::string Page(const ReportTexts& texts, const RunStatistics& statistics) const;
+
+private:
+    void AddWaveform(Envelope& waveform, const std::uint32_t* words, std::size_t frames) const;
+    double BlockSeconds() const;
+    double Seconds() const;
+    std::string RoundTrips(const RunStatistics& statistics) const;
+    std::string Cycles() const;
+    std::string Waveform(const char* title, const Envelope& waveform) const;
+
+    Stream m_stream;
+    Envelope m_roundTrip;
+    Envelope m_sinceDue;
+    Envelope m_trouble; // 1: sent again, 2: failed
+    Envelope m_averageCycles;
+    Envelope m_pumpCycles;
+    Envelope m_in;
+    Envelope m_out;
+};
+
+} // namespace vrx
