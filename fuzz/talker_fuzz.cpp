@@ -28,7 +28,6 @@ constexpr size_t kReplyData = 28;
 constexpr size_t kCleared = 2048;
 constexpr uint32_t kUntouched = 0xCDCDCDCD;
 constexpr uint32_t kMoreThanFits = 300000;
-constexpr int kNotAPacket = -1000;
 constexpr int kClientPort = 7001;
 
 std::string Little(uint32_t value) {
@@ -116,7 +115,7 @@ private:
     /// A command's exchange; the result is the server's status if the reply is a packet.
     template <class Command>
     int RunCommand(const std::string& packet, Command command) {
-        int want = CTcpIOTalk::kNoConnection;
+        int want = CVRXTalker::kNoConnection;
         const auto check = [&] { RequireSame(command(), want, "the result of a command"); };
         if (!Channel()) {
             check();
@@ -128,7 +127,7 @@ private:
             if (m_accepted)
                 want = static_cast<int>(m_script.model.Word(16));
             else if (want > 0)
-                want = kNotAPacket;
+                want = CVRXTalker::kNotAPacket;
         };
         m_script.Exchange(*Channel(), expected, check, {packet});
         return want;
@@ -180,7 +179,7 @@ private:
         const std::string text = input.Field();
         Script(input, operation);
         std::string reply = "old";
-        int want = CTcpIOTalk::kNoConnection;
+        int want = CVRXTalker::kNoConnection;
         const auto check = [&] {
             RequireSame(m_talker->SendMessage(text.c_str(), reply), want, "a text's result");
         };

@@ -9,8 +9,8 @@
 /// its mangled name "_Z13TalkerFactoryv", and deletes the talker it got through the virtual destructor before
 /// it unloads the library.
 ///
-/// Results: negative numbers are failures of the exchange, see PumpAudio. Each failure also prints one line
-/// to standard output that begins with "CVRXTalker::<Operation>: "; success prints nothing.
+/// Results: negative numbers are failures of the exchange, see Result. Each failure also prints one line to
+/// standard output that begins with "CVRXTalker::<Operation>: "; success prints nothing.
 ///
 /// Threads: calls may come from several threads, and their exchanges with the server never mix. Yet the reply
 /// of an exchange is read after the next one may have begun, so pump and send text from one thread at a time
@@ -25,6 +25,23 @@
 /// exceptions for want of memory.
 class CVRXTalker {
 public:
+    /// What became of an exchange. A server's status word is returned as it is and may equal any of these; the
+    /// printed line tells whether a result is the talker's own.
+    ///
+    /// After kPeerClosed, kReceiveFailed and kTimedOut the connection is closed, and the next call reconnects
+    /// by itself. After kSendFailed it depends. If reconnecting was refused, the next call tries again by
+    /// itself. If the server dropped an open connection, further blocks fail alike until Configure or
+    /// SendMessage has replaced the connection. If the block was too large, the connection stands as it was.
+    enum Result : int {
+        kReplied = 1,           ///< SendMessage: the reply has come
+        kNoConnection = -1,     ///< not configured, or the server is unknown or cannot be reached
+        kNotAPacket = -1000,    ///< something else than a packet came; the connection stands
+        kPeerClosed = -9995,    ///< the server closed the connection
+        kReceiveFailed = -9996, ///< receiving failed, by a signal's handler for example
+        kSendFailed = -9997,    ///< sending failed, or the packet would be longer than 2,147,483,647 bytes
+        kTimedOut = -9999,      ///< no reply within ten seconds
+    };
+
     /// Closes the connection. Takes up to 100 ms once a reply has been awaited.
     virtual ~CVRXTalker() = default;
 
@@ -53,14 +70,9 @@ public:
     /// out       room for outCount words; written only when a reply is accepted; may be the same memory as in
     /// Counts    words, not frames; how they relate is between host and server
     ///
-    /// Returns the server's status word (which may itself be negative) when a reply packet came; otherwise
-    ///   -1     not connected
-    ///   -9995  the server closed the connection          -9996  receiving failed
-    ///   -9997  sending failed, or the block is too large: its packet would exceed 2,147,483,647 bytes
-    ///   -9999  no reply within ten seconds               -1000  the reply is not a packet
-    /// and leaves `out` and the cycle figures alone.
+    /// Returns the server's status word (which may itself be negative) when a reply packet came. Otherwise one
+    /// of Result, which is negative then, and leaves `out` and the cycle figures alone.
     ///
-    /// After -9995, -9996 and -9999 the next call reconnects by itself; after -9997 Configure does.
     /// The reply is what one receive delivers: keep it within one network segment (1460 bytes on Ethernet),
     /// or what has not arrived with the first segment is missing from `out`. A reply cannot exceed 1 MiB;
     /// words of `out` beyond that stay as they are.
@@ -76,10 +88,11 @@ public:
     /// Sends a line of text and waits, without limit, for the reply.
     ///
     /// text   a line feed is added unless it ends in one; null or "" sends nothing and still waits
-    /// reply  the reply line without its line feed, or a whole packet's bytes; empty on failure
+    /// reply  the reply line without its line feed, or a whole packet's bytes. Empty when no reply came;
+    ///        untouched when kNoConnection is returned, for then none was awaited
     ///
-    /// Returns 1, or -1, -9995 or -9996 as PumpAudio does; the next call reconnects by itself. Unlike the
-    /// others it prints only when the talker is not configured.
+    /// Returns kReplied, kNoConnection, kPeerClosed or kReceiveFailed; the next call reconnects by itself.
+    /// Unlike the others it prints only when the talker is not configured.
     virtual int SendMessage(const char* text, std::string& reply) = 0;
 };
 

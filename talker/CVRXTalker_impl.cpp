@@ -14,10 +14,17 @@
 
 namespace {
 
-constexpr int kNotAPacket = -1000;
 constexpr int kReplyTimeout = 1000; // ten seconds
 constexpr int kNoTimeout = -1;
 constexpr uint64_t kLongestPacket = 0x7FFFFFFF;
+
+// The channel's results are handed to the host as they are.
+static_assert(int{CVRXTalker::kReplied} == CTcpIOTalk::kReplied);
+static_assert(int{CVRXTalker::kNoConnection} == CTcpIOTalk::kNoConnection);
+static_assert(int{CVRXTalker::kPeerClosed} == CTcpIOTalk::kPeerClosed);
+static_assert(int{CVRXTalker::kReceiveFailed} == CTcpIOTalk::kReceiveFailed);
+static_assert(int{CVRXTalker::kSendFailed} == CTcpIOTalk::kSendFailed);
+static_assert(int{CVRXTalker::kTimedOut} == CTcpIOTalk::kTimedOut);
 
 // Command and reply packets: 32-bit little-endian words, then a command's object path text.
 constexpr uint32_t kObjectCommand = 0x3A;
@@ -199,11 +206,11 @@ inline uint64_t CVRXTalker_impl::PacketSize(const Command& command) const {
                                                             const unsigned char*& packet, std::string& text) {
     if (!m_tcpio) {
         std::printf("CVRXTalker::%s: m_tcpio is NULL\n", operation);
-        return CTcpIOTalk::kNoConnection;
+        return kNoConnection;
     }
     void* data = nullptr;
     int length = 0;
-    int result = CTcpIOTalk::kSendFailed;
+    int result = kSendFailed;
     const uint64_t size = PacketSize(command);
     if (size <= kLongestPacket) {
         PacketBuffer buffer(size + MemberText::kRoom);
@@ -263,7 +270,7 @@ int CVRXTalker_impl::PinProps(unsigned& in1, unsigned& in2, unsigned& in3, unsig
 int CVRXTalker_impl::SendMessage(const char* text, std::string& reply) {
     if (!m_tcpio) {
         std::puts("CVRXTalker::SendMessage: m_tcpio is NULL");
-        return CTcpIOTalk::kNoConnection;
+        return kNoConnection;
     }
     void* data = nullptr;
     int length = 0;

@@ -116,8 +116,10 @@ public:
     /// Others   see GetBinaryMessage with `raw` false
     ///
     /// Connects first if need be: three attempts with no connection open, one if the open one turns out dead.
-    /// Returns kReplied, kNoConnection, kPeerClosed, kReceiveFailed or kTimedOut. Any failure closes the
-    /// connection; the next call reconnects.
+    /// Returns kReplied, kNoConnection, kPeerClosed, kReceiveFailed or kTimedOut. After a failure the
+    /// connection is closed and the next call reconnects, but for one case: when only the last attempt
+    /// connects, kNoConnection is returned with the connection open, nothing was sent, and the next call uses
+    /// it.
     int SendTcpMessage(const char* host, int port, const char* text, std::string& reply, void*& data,
                        int& length, int timeout);
 

@@ -14,6 +14,8 @@
 
 namespace {
 
+using enum CTcpIOTalk::Result;
+
 /// Runs `operation` with its first allocation failing, then its second, and so on until none is left to fail.
 /// Nothing but the standard exception may come out; leaks are for the sanitizers to find.
 /// Returns how many allocations failed in turn.
@@ -81,7 +83,7 @@ TEST_F(TalkerWithoutMemory, TalkerStaysUsableAfterEachFailure) {
         EXPECT_TRUE(talker->Configure(m_args.c_str()));
         EXPECT_EQ(talker->PumpAudio(out.data(), out.data(), 64, 64), 0);
         EXPECT_EQ(talker->PinProps(pins[0], pins[1], pins[2], pins[3], pins[4], pins[5]), 0);
-        EXPECT_EQ(talker->SendMessage("a text that is long enough for the heap", reply), 1);
+        EXPECT_EQ(talker->SendMessage("a text that is long enough for the heap", reply), kReplied);
         EXPECT_EQ(reply, "hello");
     };
     const size_t failures = FailEachAllocationOf([&] {
@@ -120,7 +122,7 @@ TEST_F(TalkerWithoutMemory, ChannelInTextAndCollectingMode) {
     FailEachAllocationOf([&] {
         const int result = talk->SendBinaryMessage("127.0.0.1", m_server.Port() - 65536, bytes, 20, reply,
                                                    data, length, 10, true);
-        EXPECT_TRUE(result == 1 || result == -9999) << result;
+        EXPECT_TRUE(result == kReplied || result == kTimedOut) << result;
     });
     both();
 }

@@ -30,6 +30,10 @@ static_assert(kIs<decltype(&Talker::PinProps),
                   int (Talker::*)(unsigned&, unsigned&, unsigned&, unsigned&, unsigned&, unsigned&)>);
 static_assert(kIs<decltype(&Talker::SendMessage), int (Talker::*)(const char*, string&)>);
 
+static_assert(kIs<std::underlying_type_t<Talker::Result>, int> && Talker::kReplied == 1 &&
+              Talker::kNoConnection == -1 && Talker::kNotAPacket == -1000 && Talker::kPeerClosed == -9995 &&
+              Talker::kReceiveFailed == -9996 && Talker::kSendFailed == -9997 && Talker::kTimedOut == -9999);
+
 // ---- the channel
 using Talk = CTcpIOTalk;
 static_assert(std::is_default_constructible_v<Talk> && !std::is_polymorphic_v<Talk>);

@@ -8,6 +8,8 @@
 
 namespace {
 
+using enum CVRXTalker::Result;
+
 class TalkerOnDouble : public testing::Test {
 protected:
     void SetUp() override {
@@ -34,7 +36,7 @@ TEST_F(TalkerOnDouble, ConnectAsksWithATenSecondTimeOut) {
 }
 
 TEST_F(TalkerOnDouble, PacketsAreAskedForRawWithATenSecondTimeOut) {
-    Printed([&] { EXPECT_EQ(m_talker->PumpAudio(nullptr, nullptr, 0, 0), -1000); });
+    Printed([&] { EXPECT_EQ(m_talker->PumpAudio(nullptr, nullptr, 0, 0), kNotAPacket); });
     EXPECT_EQ(TheChannel().port, -7);
     EXPECT_EQ(TheChannel().timeout, 1000);
     EXPECT_TRUE(TheChannel().raw);
@@ -44,7 +46,7 @@ TEST_F(TalkerOnDouble, SendMessageAsksWithoutATimeOutAndPassesTheTextOn) {
     std::string reply;
     TheChannel().reply = "answer";
     TheChannel().result = 1;
-    EXPECT_EQ(m_talker->SendMessage("text\n", reply), 1);
+    EXPECT_EQ(m_talker->SendMessage("text\n", reply), kReplied);
     EXPECT_EQ(TheChannel().sent, "text\n");
     EXPECT_EQ(TheChannel().timeout, -1);
     EXPECT_EQ(reply, "answer");
@@ -55,13 +57,14 @@ TEST_F(TalkerOnDouble, SendMessageAsksWithoutATimeOutAndPassesTheTextOn) {
 TEST_F(TalkerOnDouble, TextInPlaceOfAPacketIsPrintedByPumpAudioOnly) {
     TheChannel().reply = "no such layout";
     unsigned out = 5;
-    EXPECT_EQ(Printed([&] { EXPECT_EQ(m_talker->PumpAudio(nullptr, &out, 0, 1), -1000); }),
+    EXPECT_EQ(Printed([&] { EXPECT_EQ(m_talker->PumpAudio(nullptr, &out, 0, 1), kNotAPacket); }),
               "CVRXTalker::PumpAudio: SendBinaryMessage replied with no such layout\n");
     EXPECT_EQ(out, 5u);
     EXPECT_EQ(m_talker->GetPumpCycles(), 0.0f);
     unsigned pins[6] = {1, 2, 3, 4, 5, 6};
     EXPECT_EQ(Printed([&] {
-                  EXPECT_EQ(m_talker->PinProps(pins[0], pins[1], pins[2], pins[3], pins[4], pins[5]), -1000);
+                  EXPECT_EQ(m_talker->PinProps(pins[0], pins[1], pins[2], pins[3], pins[4], pins[5]),
+                            kNotAPacket);
               }),
               "CVRXTalker::PinProps: SendBinaryMessage did not reply with packet\n");
     EXPECT_EQ(pins[0], 1u);
@@ -76,7 +79,7 @@ TEST_F(TalkerOnDouble, TextBesideAPacketIsNotLookedAt) {
 
 TEST_F(TalkerOnDouble, ChannelDiesWithTheTalkerAndWithAFailedConnect) {
     EXPECT_EQ(TheChannel().channels, 1);
-    TheChannel().result = -9996;
+    TheChannel().result = kReceiveFailed;
     Printed([&] {
         EXPECT_FALSE(m_talker->Configure("server=host,servport=1,clport=3,input=In,output=Out,layout=Main"));
     });

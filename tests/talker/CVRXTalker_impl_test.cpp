@@ -11,6 +11,7 @@
 
 namespace {
 
+using enum CVRXTalker::Result;
 using Script = ScriptedServer::Script;
 
 std::string Args(int port, const std::string& objects = "input=In,output=Out,layout=Main") {
@@ -80,10 +81,11 @@ TEST_F(TalkerTest, NewTalkerIsIdle) {
 TEST_F(TalkerTest, WithoutAChannelEachOperationSaysSo) {
     std::string reply = "kept";
     Pins pins;
-    EXPECT_EQ(Printed([&] { EXPECT_EQ(Pump(2, 2), -1); }), "CVRXTalker::PumpAudio: m_tcpio is NULL\n");
-    EXPECT_EQ(Printed([&] { EXPECT_EQ(pins.Ask(*m_talker), -1); }),
+    EXPECT_EQ(Printed([&] { EXPECT_EQ(Pump(2, 2), kNoConnection); }),
+              "CVRXTalker::PumpAudio: m_tcpio is NULL\n");
+    EXPECT_EQ(Printed([&] { EXPECT_EQ(pins.Ask(*m_talker), kNoConnection); }),
               "CVRXTalker::PinProps: m_tcpio is NULL\n");
-    EXPECT_EQ(Printed([&] { EXPECT_EQ(m_talker->SendMessage("x", reply), -1); }),
+    EXPECT_EQ(Printed([&] { EXPECT_EQ(m_talker->SendMessage("x", reply), kNoConnection); }),
               "CVRXTalker::SendMessage: m_tcpio is NULL\n");
     EXPECT_EQ(pins.values, Pins::kUntouched);
     EXPECT_EQ(m_out[0], 0xA1u);
@@ -92,8 +94,9 @@ TEST_F(TalkerTest, WithoutAChannelEachOperationSaysSo) {
 }
 
 TEST_F(TalkerTest, OversizedBlockWithoutAChannelIsStillNoChannel) {
-    EXPECT_EQ(Printed([&] { EXPECT_EQ(m_talker->PumpAudio(nullptr, nullptr, 0xFFFFFFFF, 0), -1); }),
-              "CVRXTalker::PumpAudio: m_tcpio is NULL\n");
+    EXPECT_EQ(
+        Printed([&] { EXPECT_EQ(m_talker->PumpAudio(nullptr, nullptr, 0xFFFFFFFF, 0), kNoConnection); }),
+        "CVRXTalker::PumpAudio: m_tcpio is NULL\n");
 }
 
 // ---- configuring
@@ -189,7 +192,8 @@ TEST_F(TalkerTest, FailedConnectIsReportedAndLeavesNoChannel) {
         Printed([&] { EXPECT_FALSE(m_talker->Configure(args.c_str())); }),
         "CVRXTalker::Connect: SendTcpMessage() of 'connect,127.0.0.1,7001' failed with hr=0xffffffff\n");
     EXPECT_EQ(calls::Count("connect"), 3u);
-    EXPECT_EQ(Printed([&] { EXPECT_EQ(Pump(2, 2), -1); }), "CVRXTalker::PumpAudio: m_tcpio is NULL\n");
+    EXPECT_EQ(Printed([&] { EXPECT_EQ(Pump(2, 2), kNoConnection); }),
+              "CVRXTalker::PumpAudio: m_tcpio is NULL\n");
 }
 
 TEST_F(TalkerTest, ConnectReportsTheChannelsCode) {
@@ -346,7 +350,7 @@ TEST_F(TalkerTest, BlockThatWouldNotFitALengthWordIsAFailedSend) {
     const size_t sends = calls::Count("send");
     // 16 + 4 * (n + 1) + 36 bytes: 536,870,897 words make 2,147,483,644 bytes, one more is past 2,147,483,647
     for (const unsigned words : {536870898u, 0x40000000u, 0xFFFFFFFEu, 0xFFFFFFFFu}) {
-        EXPECT_EQ(Printed([&] { EXPECT_EQ(m_talker->PumpAudio(m_in, m_out, words, 1), -9997); }),
+        EXPECT_EQ(Printed([&] { EXPECT_EQ(m_talker->PumpAudio(m_in, m_out, words, 1), kSendFailed); }),
                   "CVRXTalker::PumpAudio: SendBinaryMessage failed with -9997\n");
     }
     EXPECT_EQ(calls::Count("send"), sends);
@@ -453,12 +457,12 @@ TEST_F(TalkerTest, ReplyWithoutTheMarkerIsRefused) {
         ScriptedServer server({Server({reply, reply, Reply(0, 0x500, 0x600)})});
         std::unique_ptr<CVRXTalker> talker(TalkerFactory());
         ASSERT_TRUE(talker->Configure(Args(server.Port()).c_str()));
-        EXPECT_EQ(Printed([&] { EXPECT_EQ(talker->PumpAudio(m_in, m_out, 2, 2), -1000); }),
+        EXPECT_EQ(Printed([&] { EXPECT_EQ(talker->PumpAudio(m_in, m_out, 2, 2), kNotAPacket); }),
                   "CVRXTalker::PumpAudio: SendBinaryMessage did not reply with packet\n");
         EXPECT_EQ(m_out[0], 0xA1u);
         EXPECT_EQ(talker->GetAverageCycles(), 0.0f);
         Pins pins;
-        EXPECT_EQ(Printed([&] { EXPECT_EQ(pins.Ask(*talker), -1000); }),
+        EXPECT_EQ(Printed([&] { EXPECT_EQ(pins.Ask(*talker), kNotAPacket); }),
                   "CVRXTalker::PinProps: SendBinaryMessage did not reply with packet\n");
         EXPECT_EQ(pins.values, Pins::kUntouched);
         EXPECT_EQ(talker->PumpAudio(m_in, m_out, 2, 0), 0); // the connection still serves
@@ -473,9 +477,9 @@ TEST_F(TalkerTest, TransportFailuresAreReportedAndRecovered) {
         std::function<void(Peer&)> answer;
     };
     const Case cases[] = {
-        {-9995, [](Peer& peer) { peer.Close(); }},
-        {-9996, [](Peer& peer) { peer.Reset(); }},
-        {-9999, [](Peer& peer) { EXPECT_TRUE(peer.WaitForClose()); }},
+        {kPeerClosed, [](Peer& peer) { peer.Close(); }},
+        {kReceiveFailed, [](Peer& peer) { peer.Reset(); }},
+        {kTimedOut, [](Peer& peer) { EXPECT_TRUE(peer.WaitForClose()); }},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.code);
@@ -512,7 +516,7 @@ TEST_F(TalkerTest, AfterAFailedSendOnlyConfigureReconnects) {
     ASSERT_TRUE(m_talker->Configure(args.c_str()));
     for (int i = 0; i < 2; ++i) {
         calls::FailSends(1, -1);
-        EXPECT_EQ(Printed([&] { EXPECT_EQ(Pump(1, 0), -9997); }),
+        EXPECT_EQ(Printed([&] { EXPECT_EQ(Pump(1, 0), kSendFailed); }),
                   "CVRXTalker::PumpAudio: SendBinaryMessage failed with -9997\n");
     }
     calls::FailSends(1, -1);
@@ -540,15 +544,15 @@ TEST_F(TalkerTest, SendMessagePassesTextAndReplyThrough) {
     ASSERT_TRUE(m_talker->Configure(Args(server.Port()).c_str()));
     std::string reply = "stale";
     EXPECT_EQ(Printed([&] {
-                  EXPECT_EQ(m_talker->SendMessage("status", reply), 1);
+                  EXPECT_EQ(m_talker->SendMessage("status", reply), kReplied);
                   EXPECT_EQ(reply, "first\r");
-                  EXPECT_EQ(m_talker->SendMessage("with its own end\n", reply), 1);
+                  EXPECT_EQ(m_talker->SendMessage("with its own end\n", reply), kReplied);
                   EXPECT_EQ(reply, "");
-                  EXPECT_EQ(m_talker->SendMessage("", reply), 1);
+                  EXPECT_EQ(m_talker->SendMessage("", reply), kReplied);
                   EXPECT_EQ(reply, "unasked");
-                  EXPECT_EQ(m_talker->SendMessage(nullptr, reply), 1);
+                  EXPECT_EQ(m_talker->SendMessage(nullptr, reply), kReplied);
                   EXPECT_EQ(reply, "again");
-                  EXPECT_EQ(m_talker->SendMessage("x", reply), -9995); // failures of text print nothing
+                  EXPECT_EQ(m_talker->SendMessage("x", reply), kPeerClosed); // failures of text print nothing
                   EXPECT_EQ(reply, "");
               }),
               "");
@@ -568,7 +572,7 @@ TEST_F(TalkerTest, SendMessageWaitsWithoutLimit) {
     }});
     ASSERT_TRUE(m_talker->Configure(Args(server.Port()).c_str()));
     std::string reply;
-    EXPECT_EQ(m_talker->SendMessage("x", reply), 1);
+    EXPECT_EQ(m_talker->SendMessage("x", reply), kReplied);
     EXPECT_EQ(reply, "late");
 }
 
@@ -600,7 +604,7 @@ TEST_F(TalkerTest, RequestsOfTwoThreadsNeverInterleave) {
     std::thread writer([&] {
         std::string reply;
         for (int i = 0; i < kRounds; ++i) {
-            ASSERT_EQ(m_talker->SendMessage("text command", reply), 1);
+            ASSERT_EQ(m_talker->SendMessage("text command", reply), kReplied);
             ASSERT_EQ(reply, "text reply");
         }
     });
@@ -609,7 +613,7 @@ TEST_F(TalkerTest, RequestsOfTwoThreadsNeverInterleave) {
     (void)Printed([&] { // a text reply in place of a packet is reported
         for (int i = 0; i < kRounds; ++i) {
             const int result = m_talker->PumpAudio(block.data(), nullptr, 300, 0);
-            ASSERT_TRUE(result == 1 || result == -1000) << result;
+            ASSERT_TRUE(result == kReplied || result == kNotAPacket) << result;
         }
         writer.join();
     });

@@ -16,6 +16,7 @@
 
 namespace {
 
+using enum CTcpIOTalk::Result;
 using Script = ScriptedServer::Script;
 
 constexpr char kHost[] = "127.0.0.1";
@@ -67,7 +68,7 @@ protected:
     }
 
     static Result Finish(Result result, const void* data) {
-        if (result.code == 1)
+        if (result.code == kReplied)
             result.data.assign(static_cast<const char*>(data), static_cast<size_t>(result.length));
         return result;
     }
@@ -152,7 +153,7 @@ TEST_F(CTcpIOTalkTest, EmptyTextSendsNothingAndStillWaits) {
             peer.WaitForClose();
         }});
         const Result result = Text(server, text);
-        EXPECT_EQ(result.code, 1);
+        EXPECT_EQ(result.code, kReplied);
         EXPECT_EQ(result.reply, "unasked");
         EXPECT_EQ(calls::Count("send"), 0u);
         m_talk->KillSocket();
@@ -162,7 +163,7 @@ TEST_F(CTcpIOTalkTest, EmptyTextSendsNothingAndStillWaits) {
 TEST_F(CTcpIOTalkTest, LongTextGoesOutInPiecesOf1024) {
     ScriptedServer server({Answer("ok\n")});
     const std::string text(2500, 'a');
-    ASSERT_EQ(Text(server, text.c_str()).code, 1);
+    ASSERT_EQ(Text(server, text.c_str()).code, kReplied);
     std::vector<size_t> sizes;
     std::string wire;
     for (const calls::Event& send : calls::Log("send")) {
@@ -178,7 +179,7 @@ TEST_F(CTcpIOTalkTest, PieceStartsWhereAShortSendEnded) {
     calls::LimitSends(1000);
     ScriptedServer server({Answer("ok\n")});
     const std::string text(2500, 'b');
-    ASSERT_EQ(Text(server, text.c_str()).code, 1);
+    ASSERT_EQ(Text(server, text.c_str()).code, kReplied);
     std::vector<size_t> sizes;
     std::string wire;
     for (const calls::Event& send : calls::Log("send")) {
@@ -220,7 +221,7 @@ TEST_F(CTcpIOTalkTest, TextReplyIsTheFirstLine) {
         SCOPED_TRACE(c.name);
         ScriptedServer server({AnswerInPieces(c.pieces)});
         const Result result = Text(server, "?");
-        EXPECT_EQ(result.code, 1);
+        EXPECT_EQ(result.code, kReplied);
         EXPECT_EQ(result.reply, c.want);
         EXPECT_EQ(result.length, 0);
         m_talk->KillSocket();
@@ -244,13 +245,13 @@ TEST_F(CTcpIOTalkTest, LineWithAZeroByteIsNeverComplete) {
         AnswerInPieces({std::string("a\0b\n", 4), "more\n", std::string(CTcpIOTalk::kBufferSize, 'x')}),
         Answer("fine\n"),
     });
-    EXPECT_EQ(Text(server, "?").code, -9995);
+    EXPECT_EQ(Text(server, "?").code, kPeerClosed);
     EXPECT_EQ(Text(server, "?").reply, "fine");
 }
 
 TEST_F(CTcpIOTalkTest, EndlessTextFillsTheBufferAndNoEmptyReceiveIsTried) {
     ScriptedServer server({Answer(std::string(CTcpIOTalk::kBufferSize + 100, 'x'))});
-    EXPECT_EQ(Text(server, "?").code, -9995);
+    EXPECT_EQ(Text(server, "?").code, kPeerClosed);
     size_t received = 0;
     for (const calls::Event& recv : calls::Log("recv")) {
         EXPECT_GT(recv.size, 0u);
@@ -289,7 +290,7 @@ TEST_F(CTcpIOTalkTest, PacketCompletesWithItsLength) {
         m_talk = std::make_unique<CTcpIOTalk>(); // earlier replies in the buffer would take part
         ScriptedServer server({AnswerInPieces(c.pieces)});
         const Result result = Text(server, "?");
-        EXPECT_EQ(result.code, 1);
+        EXPECT_EQ(result.code, kReplied);
         EXPECT_EQ(result.reply, c.want);
         EXPECT_EQ(result.data, c.want);
         EXPECT_EQ(result.length, static_cast<int>(c.want.size()));
@@ -314,8 +315,8 @@ TEST_F(CTcpIOTalkTest, HostileLengthWordsEndWhenTheBufferIsFullOrThePeerCloses) 
             },
             Answer("fine\n"),
         });
-        EXPECT_EQ(Text(server, "?").code, -9995);
-        EXPECT_EQ(Text(server, "?").code, -9995);
+        EXPECT_EQ(Text(server, "?").code, kPeerClosed);
+        EXPECT_EQ(Text(server, "?").code, kPeerClosed);
         EXPECT_EQ(Text(server, "?").reply, "fine");
         m_talk->KillSocket();
     }
@@ -369,7 +370,7 @@ TEST_F(CTcpIOTalkTest, RawReplyIsWhatOneReceiveDelivers) {
         peer.WaitForClose();
     }});
     const Result result = Binary(server.Port(), "abc", true);
-    EXPECT_EQ(result.code, 1);
+    EXPECT_EQ(result.code, kReplied);
     EXPECT_EQ(result.length, 10);
     EXPECT_EQ(result.data, packet.substr(0, 10));
     EXPECT_EQ(result.reply, "");
@@ -404,7 +405,7 @@ TEST_F(CTcpIOTalkTest, BinaryBytesGoOutInOneSend) {
         peer.Send("r");
         peer.WaitForClose();
     }});
-    ASSERT_EQ(Binary(server.Port(), bytes, true).code, 1);
+    ASSERT_EQ(Binary(server.Port(), bytes, true).code, kReplied);
     const auto send = calls::Log("send").front();
     EXPECT_EQ(send.size, bytes.size());
     EXPECT_EQ(send.flags, MSG_NOSIGNAL);
@@ -430,7 +431,7 @@ TEST_F(CTcpIOTalkTest, OneExchangeOnAnOpenConnectionIsOneSendAndOneReceive) {
         }
         peer.WaitForClose();
     }});
-    for (int i = 0; i < 3; ++i) ASSERT_EQ(Binary(server.Port(), "abcd", true).code, 1);
+    for (int i = 0; i < 3; ++i) ASSERT_EQ(Binary(server.Port(), "abcd", true).code, kReplied);
     std::vector<std::string> sequence;
     for (const calls::Event& event : calls::Log()) sequence.push_back(event.call);
     EXPECT_EQ(sequence, (std::vector<std::string>{"socket", "connect", "send", "recv", "send", "recv", "send",
@@ -454,8 +455,8 @@ TEST_F(CTcpIOTalkTest, PeerThatClosesGivesMinus9995AndTheNextExchangeReconnects)
         [](Peer& peer) { peer.Read(3); },
         Answer("again\n"),
     });
-    EXPECT_EQ(Text(server, "?").code, -9995);
-    EXPECT_EQ(Binary(server.Port(), "abc", true).code, -9995);
+    EXPECT_EQ(Text(server, "?").code, kPeerClosed);
+    EXPECT_EQ(Binary(server.Port(), "abc", true).code, kPeerClosed);
     EXPECT_EQ(Text(server, "?").reply, "again");
     EXPECT_EQ(calls::Count("connect"), 3u);
     EXPECT_EQ(calls::Count("close"), 2u);
@@ -473,8 +474,8 @@ TEST_F(CTcpIOTalkTest, ResetGivesMinus9996) {
         },
         Answer("again\n"),
     });
-    EXPECT_EQ(Text(server, "?").code, -9996);
-    EXPECT_EQ(Binary(server.Port(), "abc", true).code, -9996);
+    EXPECT_EQ(Text(server, "?").code, kReceiveFailed);
+    EXPECT_EQ(Binary(server.Port(), "abc", true).code, kReceiveFailed);
     EXPECT_EQ(Text(server, "?").reply, "again");
 }
 
@@ -487,11 +488,11 @@ TEST_F(CTcpIOTalkTest, FailureClearsTheReply) {
 
 TEST_F(CTcpIOTalkTest, UnreachableServerUsesThreePassesForTextAndOneForBinary) {
     const int port = RefusedPort();
-    EXPECT_EQ(Text(kHost, port, "?").code, -1);
+    EXPECT_EQ(Text(kHost, port, "?").code, kNoConnection);
     EXPECT_EQ(calls::Count("connect"), 3u);
     EXPECT_EQ(calls::Count("close"), 3u);
     calls::Reset();
-    EXPECT_EQ(Binary(port, "abc", true).code, -9997);
+    EXPECT_EQ(Binary(port, "abc", true).code, kSendFailed);
     EXPECT_EQ(calls::Count("connect"), 1u);
 }
 
@@ -521,7 +522,7 @@ TEST_F(CTcpIOTalkTest, SecondFailedTextSendGivesUp) {
     });
     ASSERT_EQ(Text(server, "1").reply, "first");
     calls::FailSends(2, -1);
-    EXPECT_EQ(Text(server, "2").code, -1);
+    EXPECT_EQ(Text(server, "2").code, kNoConnection);
     EXPECT_EQ(calls::Count("connect"), 2u);
     EXPECT_EQ(calls::Count("close"), 2u);
 }
@@ -532,7 +533,7 @@ TEST_F(CTcpIOTalkTest, ConnectThenFailedSendEndsConnectedButUnsent) {
         Answer("at last\n"),
     });
     calls::FailSends(1, -1);
-    EXPECT_EQ(Text(server, "1").code, -1);
+    EXPECT_EQ(Text(server, "1").code, kNoConnection);
     EXPECT_EQ(calls::Count("connect"), 2u); // the third pass reconnected, and no pass was left to send
     EXPECT_EQ(calls::Count("send"), 1u);
     EXPECT_EQ(Text(server, "2").reply, "at last");
@@ -551,9 +552,9 @@ TEST_F(CTcpIOTalkTest, FailedBinarySendLeavesTheSocketUntilATextExchange) {
     ASSERT_EQ(Text(server, "1").reply, "hello");
     for (const ssize_t result : {-1, 0}) {
         calls::FailSends(1, result);
-        EXPECT_EQ(Binary(server.Port(), "abc", true).code, -9997);
+        EXPECT_EQ(Binary(server.Port(), "abc", true).code, kSendFailed);
     }
-    EXPECT_EQ(Binary(kHost, server.Port(), "abc", -1, true, kTenSeconds).code, -9997);
+    EXPECT_EQ(Binary(kHost, server.Port(), "abc", -1, true, kTenSeconds).code, kSendFailed);
     EXPECT_EQ(calls::Count("close"), 0u);
     EXPECT_EQ(calls::Count("socket"), 1u);
     calls::FailSends(1, -1); // the socket is dead for the text exchange too: it replaces it
@@ -571,23 +572,23 @@ TEST_F(CTcpIOTalkTest, SendingToAPeerThatResetRaisesNoSignal) {
     }});
     ASSERT_EQ(Text(server, "?").reply, "bye");
     server.Join();
-    for (int i = 0; i < 3; ++i) EXPECT_EQ(Binary(server.Port(), "abc", true).code, -9997);
+    for (int i = 0; i < 3; ++i) EXPECT_EQ(Binary(server.Port(), "abc", true).code, kSendFailed);
 }
 
 TEST_F(CTcpIOTalkTest, NoSocketIsAFailedConnect) {
     calls::FailSockets(3);
-    EXPECT_EQ(Text(kHost, RefusedPort(), "?").code, -1);
+    EXPECT_EQ(Text(kHost, RefusedPort(), "?").code, kNoConnection);
     calls::FailSockets(1);
-    EXPECT_EQ(Binary(RefusedPort(), "abc", true).code, -9997);
+    EXPECT_EQ(Binary(RefusedPort(), "abc", true).code, kSendFailed);
     EXPECT_EQ(calls::Count("close"), 0u);
 }
 
 TEST_F(CTcpIOTalkTest, FailedReceiveClosesTheConnection) {
     ScriptedServer server({[](Peer& peer) { peer.WaitForClose(); }, [](Peer& peer) { peer.WaitForClose(); }});
     calls::FailReceives(1);
-    EXPECT_EQ(Text(server, "?").code, -9996);
+    EXPECT_EQ(Text(server, "?").code, kReceiveFailed);
     calls::FailReceives(1);
-    EXPECT_EQ(Binary(server.Port(), "abc", true).code, -9996);
+    EXPECT_EQ(Binary(server.Port(), "abc", true).code, kReceiveFailed);
     EXPECT_EQ(calls::Count("close"), 2u);
 }
 
@@ -597,14 +598,14 @@ TEST_F(CTcpIOTalkTest, GetBinaryMessageLeavesAFailedConnectionToItsCaller) {
         peer.Send("hello\n");
         calls::WaitFor("recv", 1);
     }});
-    ASSERT_EQ(Text(server, "?").code, 1);
+    ASSERT_EQ(Text(server, "?").code, kReplied);
     std::string reply;
     void* data;
     int length;
-    EXPECT_EQ(m_talk->GetBinaryMessage(reply, data, length, kTenSeconds, true), -9995);
+    EXPECT_EQ(m_talk->GetBinaryMessage(reply, data, length, kTenSeconds, true), kPeerClosed);
     EXPECT_EQ(calls::Count("close"), 0u);
     m_talk->KillSocket();
-    EXPECT_EQ(m_talk->GetBinaryMessage(reply, data, length, kTenSeconds, true), -9996);
+    EXPECT_EQ(m_talk->GetBinaryMessage(reply, data, length, kTenSeconds, true), kReceiveFailed);
 }
 
 // ---- time-outs
@@ -617,7 +618,7 @@ TEST_F(CTcpIOTalkTest, TimeOutGivesMinus9999WithTheConnectionClosed) {
             Answer("again\n"),
         });
         EXPECT_EQ((text ? Text(server, "?", kOneTick) : Binary(server.Port(), "abc", true, kOneTick)).code,
-                  -9999);
+                  kTimedOut);
         EXPECT_EQ(calls::Count("close"), 1u);
         EXPECT_EQ(Text(server, "?").reply, "again");
         m_talk->KillSocket();
@@ -631,7 +632,7 @@ TEST_F(CTcpIOTalkTest, EachTenUnitsAreOneTick) {
         calls::SetTickMicroseconds(500);
         m_talk = std::make_unique<CTcpIOTalk>();
         ScriptedServer server({[](Peer& peer) { peer.WaitForClose(); }});
-        EXPECT_EQ(Text(server, "?", timeout).code, -9999);
+        EXPECT_EQ(Text(server, "?", timeout).code, kTimedOut);
         const auto ticks = static_cast<size_t>(timeout / 10);
         const size_t passed = calls::Log("shutdown").front().size;
         EXPECT_GE(passed, ticks - 1); // the last one shuts down before it sleeps
@@ -659,7 +660,7 @@ TEST_F(CTcpIOTalkTest, TimeOutBelowOneTickWaitsAndThenReportsTimeOut) {
             peer.Send("reply\n");
             peer.WaitForClose();
         }});
-        EXPECT_EQ(Text(server, "?", timeout).code, -9999);
+        EXPECT_EQ(Text(server, "?", timeout).code, kTimedOut);
         EXPECT_EQ(calls::Count("recv"), 1u);
         EXPECT_EQ(calls::Log("recv").front().result, 6); // it did wait for the reply
         EXPECT_EQ(calls::Count("close"), 1u);
@@ -674,11 +675,11 @@ TEST_F(CTcpIOTalkTest, TimeOutBelowOneTickWithoutAnExchangeLeavesTheConnection) 
         peer.Send("two\n");
         peer.WaitForClose();
     }});
-    ASSERT_EQ(Text(server, "?").code, 1);
+    ASSERT_EQ(Text(server, "?").code, kReplied);
     std::string reply;
     void* data;
     int length;
-    EXPECT_EQ(m_talk->GetBinaryMessage(reply, data, length, 5, true), -9999);
+    EXPECT_EQ(m_talk->GetBinaryMessage(reply, data, length, 5, true), kTimedOut);
     EXPECT_EQ(calls::Count("close"), 0u);
 }
 
@@ -699,7 +700,7 @@ TEST_F(CTcpIOTalkTest, LimitCountsForEachReceiveNotForTheWholeReply) {
 TEST_F(CTcpIOTalkTest, EveryDescriptorIsClosedOnceOverManyTimeOuts) {
     std::vector<Script> scripts(10, [](Peer& peer) { peer.WaitForClose(); });
     ScriptedServer server(scripts);
-    for (size_t i = 0; i < scripts.size(); ++i) EXPECT_EQ(Text(server, "?", kOneTick).code, -9999);
+    for (size_t i = 0; i < scripts.size(); ++i) EXPECT_EQ(Text(server, "?", kOneTick).code, kTimedOut);
     m_talk.reset();
     EXPECT_EQ(calls::Count("socket"), scripts.size());
     EXPECT_EQ(calls::Count("close"), scripts.size());
@@ -718,7 +719,7 @@ TEST_F(CTcpIOTalkTest, WatchdogStartsOnceAndEndsWithTheObject) {
         peer.WaitForClose();
     }});
     const size_t withServer = before + 1;
-    for (int i = 0; i < 3; ++i) ASSERT_EQ(Text(server, "?").code, 1);
+    for (int i = 0; i < 3; ++i) ASSERT_EQ(Text(server, "?").code, kReplied);
     EXPECT_EQ(Entries("/proc/self/task"), withServer + 1);
     m_talk.reset();
     server.Join();
@@ -736,7 +737,7 @@ TEST_F(CTcpIOTalkTest, WatchdogRunsWithAllSignalsBlocked) {
     sigset_t before;
     pthread_sigmask(SIG_BLOCK, nullptr, &before);
     ScriptedServer server({Answer("ok\n")});
-    ASSERT_EQ(Text(server, "?").code, 1);
+    ASSERT_EQ(Text(server, "?").code, kReplied);
     EXPECT_TRUE(calls::WaitForTicks(1));
     m_talk.reset();
     ASSERT_TRUE(seen);
@@ -757,13 +758,13 @@ TEST_F(CTcpIOTalkTest, WatchdogThatCannotBeStartedIsTriedAgain) {
     calls::FailThreads(1);
     EXPECT_EQ(Text(server, "?").reply, "unwatched");
     m_talk->KillSocket();
-    EXPECT_EQ(Text(server, "?", kOneTick).code, -9999);
+    EXPECT_EQ(Text(server, "?", kOneTick).code, kTimedOut);
 }
 
 TEST_F(CTcpIOTalkTest, ObjectWhoseWatchdogNeverStartedIsDestroyedAtOnce) {
     ScriptedServer server({Answer("ok\n")});
     calls::FailThreads(1);
-    ASSERT_EQ(Text(server, "?").code, 1);
+    ASSERT_EQ(Text(server, "?").code, kReplied);
     m_talk.reset();
     EXPECT_EQ(calls::Ticks(), 0u);
 }
@@ -812,10 +813,10 @@ TEST_F(CTcpIOTalkTest, HostsThatCannotBeConnectedTo) {
         {nullptr, -1, -1, 0},
         {"", -1, -1, 0},
         {"no.such.host", -1, -1, 0},
-        {" 127.0.0.1", -1, -1, 0}, // the first character decides
-        {"0.0.0.0", -1, -9997, 0}, // no address to connect to
-        {"0", -1, -9997, 0},
-        {"1.2.3.4.5", -1, -9997,
+        {" 127.0.0.1", -1, -1, 0},       // the first character decides
+        {"0.0.0.0", -1, kSendFailed, 0}, // no address to connect to
+        {"0", -1, kSendFailed, 0},
+        {"1.2.3.4.5", -1, kSendFailed,
          4}, // not a dotted quad after all: the broadcast address, refused by the system
     };
     for (const Case& c : cases) {
@@ -840,21 +841,21 @@ TEST_F(CTcpIOTalkTest, LookUpWithoutIPv4AddressIsAFailedConnect) {
     static hostent noList{name, none, AF_INET, 4, nullptr};
     for (hostent* answer : {&empty, &ipv6, &noList}) {
         calls::AnswerLookUps([answer](const char*) { return answer; });
-        EXPECT_EQ(Text("six", 5000, "?").code, -1);
-        EXPECT_EQ(Binary("six", 5000, "abc", 3, true, kTenSeconds).code, -9997);
+        EXPECT_EQ(Text("six", 5000, "?").code, kNoConnection);
+        EXPECT_EQ(Binary("six", 5000, "abc", 3, true, kTenSeconds).code, kSendFailed);
     }
     EXPECT_EQ(calls::Count("connect"), 0u);
 }
 
 TEST_F(CTcpIOTalkTest, FailedLookUpIsRepeatedOnlyWhenThePortChanges) {
     calls::AnswerLookUps([](const char*) -> hostent* { return nullptr; });
-    EXPECT_EQ(Text("unknown", 5000, "?").code, -1);
-    EXPECT_EQ(Text("unknown", 5000, "?").code, -1);
-    EXPECT_EQ(Text("other", 5000, "?").code, -1);
+    EXPECT_EQ(Text("unknown", 5000, "?").code, kNoConnection);
+    EXPECT_EQ(Text("unknown", 5000, "?").code, kNoConnection);
+    EXPECT_EQ(Text("other", 5000, "?").code, kNoConnection);
     EXPECT_EQ(calls::Count("gethostbyname"), 1u);
-    EXPECT_EQ(Text("unknown", 5001, "?").code, -1);
+    EXPECT_EQ(Text("unknown", 5001, "?").code, kNoConnection);
     EXPECT_EQ(calls::Count("gethostbyname"), 2u);
-    EXPECT_EQ(Text("unknown", 5001 + 65536, "?").code, -1); // the low 16 bits are the port
+    EXPECT_EQ(Text("unknown", 5001 + 65536, "?").code, kNoConnection); // the low 16 bits are the port
     EXPECT_EQ(calls::Count("gethostbyname"), 2u);
 }
 
@@ -885,7 +886,7 @@ TEST_F(CTcpIOTalkTest, SetHostEntWithAnotherPortClosesTheConnection) {
         peer.Send("1\n");
         EXPECT_TRUE(peer.WaitForClose());
     }});
-    ASSERT_EQ(Text(server, "?").code, 1);
+    ASSERT_EQ(Text(server, "?").code, kReplied);
     m_talk->SetHostEnt(kHost, server.Port());
     EXPECT_EQ(calls::Count("close"), 0u);
     m_talk->SetHostEnt(kHost, server.Port() + 1);
@@ -911,7 +912,7 @@ TEST_F(CTcpIOTalkTest, StepsCanBeCalledOneByOne) {
 TEST_F(CTcpIOTalkTest, SocketThatIsNotConnectedIsReplacedByTheNextTextExchange) {
     ScriptedServer server({Answer("ok\n")});
     m_talk->MakeSocket();
-    EXPECT_EQ(Text(server, "?").code, -1);
+    EXPECT_EQ(Text(server, "?").code, kNoConnection);
     EXPECT_EQ(calls::Count("close"), 1u);
     EXPECT_EQ(Text(server, "?").reply, "ok");
 }
@@ -961,7 +962,7 @@ TEST_F(CTcpIOTalkTest, NegativePortCollectsPieces) {
         peer.WaitForClose();
     }});
     const Result result = Binary(server.Port() - 65536, "a", true);
-    EXPECT_EQ(result.code, 1);
+    EXPECT_EQ(result.code, kReplied);
     EXPECT_EQ(result.length, 8188);
     EXPECT_EQ(result.data, packet);
     EXPECT_EQ(result.reply, "");
@@ -1000,7 +1001,7 @@ TEST_F(CTcpIOTalkTest, CollectedReplyThatBreaksOffStillSucceeds) {
         Answer("next\n"),
     });
     const Result result = Binary(server.Port() - 65536, "a", true);
-    EXPECT_EQ(result.code, 1);
+    EXPECT_EQ(result.code, kReplied);
     EXPECT_EQ(result.length, 13);
     EXPECT_EQ(calls::Count("close"), 1u);
     EXPECT_EQ(Text(server, "?").reply, "next");
@@ -1012,7 +1013,7 @@ TEST_F(CTcpIOTalkTest, CollectedReplyThatTimesOutStillSucceeds) {
         peer.Send(Packet(8188, "begin"));
         EXPECT_TRUE(peer.WaitForClose());
     }});
-    EXPECT_EQ(Binary(server.Port() - 65536, "a", true, 500).code, 1);
+    EXPECT_EQ(Binary(server.Port() - 65536, "a", true, 500).code, kReplied);
     EXPECT_EQ(calls::Count("close"), 1u);
 }
 
@@ -1029,7 +1030,7 @@ TEST_F(CTcpIOTalkTest, CollectedReplyStaysInsideTheBuffer) {
         peer.WaitForClose();
     }});
     const Result result = Binary(server.Port() - 65536, "a", true);
-    EXPECT_EQ(result.code, 1);
+    EXPECT_EQ(result.code, kReplied);
     EXPECT_GE(result.length, 262140);
     EXPECT_LE(result.length, CTcpIOTalk::kBufferSize);
     EXPECT_EQ(result.data, (first + second + third).substr(0, static_cast<size_t>(result.length)));
@@ -1046,7 +1047,7 @@ TEST_F(CTcpIOTalkTest, NegativePortCollectsPacketsInTextMode) {
         peer.WaitForClose();
     }});
     const Result result = Binary(server.Port() - 65536, "a", false);
-    EXPECT_EQ(result.code, 1);
+    EXPECT_EQ(result.code, kReplied);
     EXPECT_EQ(result.data, one + two);
 }
 

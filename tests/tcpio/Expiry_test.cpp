@@ -11,6 +11,8 @@
 
 namespace {
 
+using enum CTcpIOTalk::Result;
+
 constexpr char kHost[] = "127.0.0.1";
 
 /// Passes the time without giving the processor away, which would be far too coarse here.
@@ -50,8 +52,8 @@ TEST(Expiry, ReplyAtTheVeryMomentOfTheTimeOut) {
         int length;
         for (int round = 0; round < kRounds; ++round) {
             const int result = talk->SendTcpMessage(kHost, server.Port(), "race", reply, data, length, 20);
-            ASSERT_TRUE(result == 1 || result == -9999) << result;
-            (result == 1 ? replied : timedOut)++;
+            ASSERT_TRUE(result == kReplied || result == kTimedOut) << result;
+            (result == kReplied ? replied : timedOut)++;
             ASSERT_EQ(talk->SendTcpMessage(kHost, server.Port(), "next", reply, data, length, -1), 1)
                 << round;
             ASSERT_EQ(reply, "next");
