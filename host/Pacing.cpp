@@ -1,14 +1,13 @@
 #include "host/Pacing.h"
 
-#include "tools/program/Interrupt.h"
-
 #include <algorithm>
 #include <sys/prctl.h>
 #include <thread>
+#include <utility>
 
-namespace vrx {
+namespace vrx::host {
 
-SteadyRunClock::SteadyRunClock() {
+SteadyRunClock::SteadyRunClock(std::function<bool()> stopped) : m_stopped(std::move(stopped)) {
     (void)::prctl(PR_SET_TIMERSLACK, 1UL); // nanoseconds; by default a wake-up may come 50 microseconds late
     m_start = Clock::now();
 }
@@ -21,7 +20,7 @@ void SteadyRunClock::SleepUntil(double seconds) {
     const auto end =
         m_start + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
     constexpr std::chrono::milliseconds kStep{20}; // a signal may arrive just before a sleep begins
-    for (auto now = Clock::now(); now < end && !Interrupted(); now = Clock::now())
+    for (auto now = Clock::now(); now < end && !(m_stopped && m_stopped()); now = Clock::now())
         std::this_thread::sleep_until(std::min<Clock::time_point>(end, now + kStep));
 }
 
@@ -33,4 +32,4 @@ double Pacing::AwaitNext() {
     return due;
 }
 
-} // namespace vrx
+} // namespace vrx::host

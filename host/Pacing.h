@@ -2,15 +2,16 @@
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
 
-namespace vrx {
+namespace vrx::host {
 
 /// The time of one run, in seconds from its start.
 class RunClock {
 public:
     virtual ~RunClock() = default;
     virtual double Now() const = 0;
-    /// Returns at that moment, at once when it is over, and early after an interrupt.
+    /// Returns at that moment, at once when it is over, and early when the run is to stop.
     virtual void SleepUntil(double seconds) = 0;
 };
 
@@ -18,12 +19,15 @@ public:
 class SteadyRunClock : public RunClock {
 public:
     /// Asks the kernel for exact wake-ups of the calling thread.
-    SteadyRunClock();
+    ///
+    /// stopped   looked at every 20 ms of a sleep, which ends when it says true; null: never
+    explicit SteadyRunClock(std::function<bool()> stopped = nullptr);
     double Now() const override;
     void SleepUntil(double seconds) override;
 
 private:
     using Clock = std::chrono::steady_clock;
+    std::function<bool()> m_stopped;
     Clock::time_point m_start;
 };
 
@@ -45,4 +49,4 @@ private:
     std::uint64_t m_blocks = 0;
 };
 
-} // namespace vrx
+} // namespace vrx::host

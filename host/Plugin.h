@@ -5,14 +5,15 @@
 #include <memory>
 #include <string>
 
-namespace vrx {
+namespace vrx::host {
 
 /// The talker's shared library, loaded at run time through its one entry point and unloaded again.
 class Plugin {
 public:
     /// Loads `path`; when that is "", the first VRX_talker_norvo.so found in the folder of this program, in
-    /// ../lib beside it, or in ../lib/<architecture>. Throws Failure naming the file and the reason.
-    explicit Plugin(const std::string& path);
+    /// ../lib beside it, or in ../lib/<architecture>. Null when that fails: `error` then names the file and the
+    /// reason. Threads: any, also several at a time.
+    static std::shared_ptr<Plugin> Load(const std::string& path, std::string& error);
     ~Plugin();
     Plugin(const Plugin&) = delete;
     Plugin& operator=(const Plugin&) = delete;
@@ -24,9 +25,11 @@ public:
     std::unique_ptr<CVRXTalker> CreateTalker() const;
 
 private:
+    Plugin() = default;
+
     std::string m_file;
     void* m_library = nullptr;
     CVRXTalker* (*m_factory)() = nullptr;
 };
 
-} // namespace vrx
+} // namespace vrx::host

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
-namespace vrx {
+namespace vrx::host {
 
 namespace {
 
@@ -53,4 +53,4 @@ double TimesRealTime(std::uint64_t frames, int sampleRate, double seconds) {
     return static_cast<double>(frames) / sampleRate / seconds;
 }
 
-} // namespace vrx
+} // namespace vrx::host

@@ -5,7 +5,7 @@
 #include <limits>
 #include <vector>
 
-namespace vrx {
+namespace vrx::host {
 
 /// What is known about one block after its exchange with the server.
 struct BlockRecord {
@@ -81,4 +81,4 @@ double Percentile(const std::vector<double>& sorted, double percent);
 /// How many seconds of audio were handled per second; 0 when no time has passed.
 double TimesRealTime(std::uint64_t frames, int sampleRate, double seconds);
 
-} // namespace vrx
+} // namespace vrx::host

@@ -17,11 +17,14 @@ add_executable(tool_tests
   examples/Examples_test.cpp
   tools/server/Faults_test.cpp
   tools/report/HtmlReport_test.cpp
+  host/BlockPump_test.cpp
+  host/BlockSize_test.cpp
   host/Pacing_test.cpp
   tools/commands/Pins_test.cpp
   tools/server/Processing_test.cpp
   tools/commands/Pump_test.cpp
   host/RunStatistics_test.cpp
+  host/Session_test.cpp
   tools/wire/Samples_test.cpp
   tools/commands/Send_test.cpp
   tools/wire/ServerProtocol_test.cpp
@@ -35,7 +38,7 @@ target_compile_definitions(tool_tests PRIVATE
   VRX_MINIMAL_HOST="$<TARGET_FILE:minimal_host>"
   VRX_PLUGIN="${PROJECT_BINARY_DIR}/VRX_talker_norvo.so"
   VRX_PROGRAM="$<TARGET_FILE:vrx>")
-target_link_libraries(tool_tests PRIVATE vrx_parts vrx_build_options GTest::gtest_main)
+target_link_libraries(tool_tests PRIVATE vrx_commands vrx_build_options GTest::gtest_main)
 add_dependencies(tool_tests compare_gain minimal_host vrx)
 gtest_discover_tests(tool_tests DISCOVERY_TIMEOUT 60)
 

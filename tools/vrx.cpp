@@ -1,4 +1,7 @@
 #include "tools/commands/Commands.h"
+#include "tools/program/Errors.h"
+
+using namespace vrx::tool;
 
 namespace {
 
@@ -10,7 +13,7 @@ int Run(int argc, char** argv) {
                "3 cannot connect, 4 failed while running, 5 interrupted.\n"
                "More on each command: vrx COMMAND --help");
 
-    int exitCode = vrx::kDone;
+    int exitCode = kDone;
     AddPump(app, exitCode);
     AddPins(app, exitCode);
     AddSend(app, exitCode);
@@ -23,8 +26,8 @@ int Run(int argc, char** argv) {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
         if (error.get_exit_code() == 0) return app.exit(error); // a help text or the version
-        vrx::PrintError("vrx", std::string(error.what()) + " (see vrx --help, vrx COMMAND --help)");
-        return vrx::kWrongUsage;
+        PrintError("vrx", std::string(error.what()) + " (see vrx --help, vrx COMMAND --help)");
+        return kWrongUsage;
     }
     return exitCode;
 }
@@ -32,5 +35,5 @@ int Run(int argc, char** argv) {
 } // namespace
 
 int main(int argc, char** argv) {
-    return vrx::RunCommand("vrx", [&] { return Run(argc, argv); });
+    return RunCommand("vrx", [&] { return Run(argc, argv); });
 }

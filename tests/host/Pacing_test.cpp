@@ -5,7 +5,7 @@
 
 namespace {
 
-using namespace vrx;
+using namespace vrx::host;
 
 /// Time that passes only when the test says so, or while someone sleeps.
 class TestClock : public RunClock {

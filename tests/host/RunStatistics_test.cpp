@@ -5,7 +5,7 @@
 
 namespace {
 
-using namespace vrx;
+using namespace vrx::host;
 
 TEST(Percentile, IsTheNearestRank) {
     struct Case {

@@ -14,7 +14,7 @@
 #include <unistd.h>
 #include <utility>
 
-namespace vrx {
+namespace vrx::tool {
 
 namespace {
 
@@ -273,4 +273,4 @@ void AudioWriter::Fail(const std::string& reason) const {
     FailFile(m_path, reason);
 }
 
-} // namespace vrx
+} // namespace vrx::tool

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-namespace vrx {
+namespace vrx::tool {
 
 /// Reads any sound file that libsndfile knows, as interleaved words.
 class AudioReader {
@@ -90,4 +90,4 @@ private:
     std::unique_ptr<SampleSink> m_sink;
 };
 
-} // namespace vrx
+} // namespace vrx::tool

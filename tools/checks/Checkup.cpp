@@ -1,6 +1,7 @@
 #include "tools/checks/Checkup.h"
 
-#include "tools/audio/FilePump.h"
+#include "host/BlockPump.h"
+#include "host/BlockSize.h"
 #include "tools/checks/RawConnection.h"
 #include "tools/program/Errors.h"
 #include "tools/program/Numbers.h"
@@ -16,7 +17,7 @@
 
 using asio::ip::tcp;
 
-namespace vrx {
+namespace vrx::tool {
 
 namespace {
 
@@ -64,12 +65,12 @@ void Checkup::Report(const char* name, const Finding& finding, double millisecon
     };
     std::string time = Fixed(milliseconds, 2) + " ms";
     time.insert(0, time.size() < 12 ? 12 - time.size() : 0, ' ');
-    std::string text = padded(name, 8) + Colored(padded(state, 4), kColors[finding.state], m_colors) + time +
-                       "  " + WithoutControls(finding.detail) + "\n";
+    std::string text = padded(name, 8) + Colored(padded(state, 4), kColors[finding.state], m_options.colors) +
+                       time + "  " + WithoutControls(finding.detail) + "\n";
     if (finding.state != Finding::kOk)
         text += "          means: " + WithoutControls(finding.meaning) +
                 "\n          try: " + WithoutControls(finding.advice) + "\n";
-    m_session.Print(text);
+    m_print(text);
 }
 
 int Checkup::Run() {
@@ -79,16 +80,16 @@ int Checkup::Run() {
     if (connected) {
         Step("pins", [&] { return Pins(); });
         m_channels = m_options.channels > 0 ? m_options.channels : m_pins.in[1] > 0 ? m_pins.in[1] : 2;
-        m_block = m_options.block > 0 ? m_options.block : PreferredBlock(m_pins, m_server, m_channels);
+        m_block = m_options.block > 0 ? m_options.block : host::PreferredBlock(m_pins, m_server, m_channels);
         if (Step("silence", [&] { return Silence(); })) Step("latency", [&] { return Latency(); });
         Step("pieces", [&] { return Pieces(); });
     }
     if (m_options.json)
-        m_session.Print(JsonLine({{"server", m_server.host},
-                                  {"port", m_server.port},
-                                  {"plugin", m_session.PluginFile()},
-                                  {"ok", !m_failed},
-                                  {"steps", m_steps}}));
+        m_print(JsonLine({{"server", m_server.host},
+                          {"port", m_server.port},
+                          {"plugin", m_pluginFile},
+                          {"ok", !m_failed},
+                          {"steps", m_steps}}));
     if (!connected) return kCannotConnect;
     return m_failed ? kRunFailed : kDone;
 }
@@ -144,26 +145,20 @@ Finding Checkup::Connect() const {
 }
 
 Finding Checkup::Command() {
-    try {
-        m_session.Connect();
-    } catch (const Failure& failure) {
-        return Fault(failure.message,
+    if (!m_session.Connect())
+        return Fault("cannot connect to " + m_server.Place() + ": " + m_session.WhyNotConnected(),
                      "something listens there, but it does not answer as this kind of server does",
                      "which program listens at port " + std::to_string(m_server.port) +
                          ", and whether the server is stuck or has too many clients");
-    }
-    return Fine("the server answered \"connect," + m_server.host + "," +
-                std::to_string(m_options.server.clport) + "\"");
+    return Fine("the server answered \"connect," + m_server.host + "," + std::to_string(m_server.clientPort) +
+                "\"");
 }
 
 Finding Checkup::Pins() {
     const int result = m_session.PinProps(m_pins);
-    const auto values = [](const unsigned(&v)[3]) {
-        return std::to_string(v[0]) + " " + std::to_string(v[1]) + " " + std::to_string(v[2]);
-    };
     if (result >= 0)
-        return Fine(m_server.input + ": " + values(m_pins.in) + ", " + m_server.output + ": " +
-                    values(m_pins.out));
+        return Fine(m_server.input + ": " + host::PinText(m_pins.in) + ", " + m_server.output + ": " +
+                    host::PinText(m_pins.out));
     m_pins = {};
     Finding note{Finding::kNote, "refused with status " + std::to_string(result),
                  "the server does not describe such pins; blocks may pass all the same",
@@ -209,19 +204,19 @@ Finding Checkup::Latency() {
     constexpr double kMostSeconds = 2;
     const std::vector<std::uint32_t> in(Words());
     std::vector<std::uint32_t> out(Words());
-    BlockPump pump(m_session, static_cast<unsigned>(Words()), 0);
-    RunStatistics statistics(static_cast<double>(m_block) / m_options.rate * 1000);
+    host::SteadyRunClock clock;
+    host::BlockPump pump(m_session, clock, static_cast<unsigned>(Words()), 0);
+    host::RunStatistics statistics(static_cast<double>(m_block) / m_options.rate * 1000);
     for (int i = 0; i < kMostBlocks && pump.Elapsed() < kMostSeconds; ++i) {
-        try {
-            statistics.Add(pump.Send(in.data(), out.data()));
-        } catch (const LostBlock& lost) {
-            return Fault("block " + std::to_string(i + 1) + ": " + m_session.Describe(lost.result),
+        host::BlockRecord block;
+        if (pump.Send(in.data(), out.data(), block) != host::Sent::kReplied)
+            return Fault("block " + std::to_string(i + 1) + ": " + m_session.Describe(block.result),
                          "the connection does not last, or replies are not what they should be",
                          "what the next step says, the server's log, and the network between");
-        }
+        statistics.Add(block);
         if (statistics.Failed() > 0) return RefusedBlock(statistics.FirstFailed().result);
     }
-    const BlockTimes times = statistics.Times();
+    const host::BlockTimes times = statistics.Times();
     Finding finding = Fine(Counted(statistics.Blocks(), "block") + ": p50 " + Brief(times.p50) + " ms, p99 " +
                            Brief(times.p99) + " ms, max " + Brief(times.max) + " ms; a block lasts " +
                            Brief(statistics.Deadline()) + " ms at " + std::to_string(m_options.rate) + " Hz");
@@ -236,8 +231,8 @@ Finding Checkup::Latency() {
 asio::error_code Checkup::OpenRaw(RawConnection& connection) const {
     asio::error_code error = connection.Connect(m_endpoint);
     if (!error)
-        error = connection.Send("connect," + m_server.host + "," + std::to_string(m_options.server.clport) +
-                                "\n");
+        error =
+            connection.Send("connect," + m_server.host + "," + std::to_string(m_server.clientPort) + "\n");
     std::string answer;
     while (!error && answer.find('\n') == std::string::npos) error = connection.Receive(answer);
     return error;
@@ -246,7 +241,7 @@ asio::error_code Checkup::OpenRaw(RawConnection& connection) const {
 /// What the server says to a block in text; "" when it says nothing or replies with a packet.
 std::string Checkup::RawAnswer() {
     RawConnection connection(kPatience);
-    if (OpenRaw(connection) || connection.Send(SilentRequest(m_server, Words()))) return "";
+    if (OpenRaw(connection) || connection.Send(SilentRequest(Names(), Words()))) return "";
     const RawReply reply = ReadReply(connection);
     if (reply.isPacket || reply.error) return "";
     return Printable(std::string_view(reply.bytes).substr(0, reply.bytes.find('\n')));
@@ -256,7 +251,7 @@ Finding Checkup::Pieces() {
     m_session.Disconnect();
     RawConnection connection(kPatience);
     asio::error_code error = OpenRaw(connection);
-    const std::string request = SilentRequest(m_server, Words());
+    const std::string request = SilentRequest(Names(), Words());
     int whole = 0;
     RawReply broken;
     RawReply last;
@@ -273,12 +268,12 @@ Finding Checkup::Pieces() {
     }
     const std::string size = " of " + std::to_string(last.bytes.size()) + " bytes";
     if (broken.pieces > 0) {
-        const bool fits = m_block <= FramesPerSegment(m_server, m_channels);
+        const bool fits = m_block <= host::FramesPerSegment(m_server, m_channels);
         return Fault("a reply" + size + " came in " + std::to_string(broken.pieces) +
                          " pieces, the first of " + std::to_string(broken.firstPiece) + " bytes",
                      "the talker takes what one receive delivers, so it loses the rest of such blocks",
                      fits ? "a server that sends each reply with one call"
-                          : "--block " + std::to_string(FramesPerSegment(m_server, m_channels)) +
+                          : "--block " + std::to_string(host::FramesPerSegment(m_server, m_channels)) +
                                 ", whose replies fit one segment");
     }
     if (error)
@@ -293,4 +288,4 @@ Finding Checkup::Pieces() {
                 " came in one piece");
 }
 
-} // namespace vrx
+} // namespace vrx::tool

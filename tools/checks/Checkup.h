@@ -1,25 +1,28 @@
 #pragma once
 
 #include "host/Session.h"
-#include "tools/commands/ConnectionOptions.h"
+#include "tools/wire/Requests.h"
 
 #include <asio.hpp>
 
 #include <chrono>
 #include <cstddef>
+#include <functional>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <string_view>
+#include <utility>
 
-namespace vrx {
+namespace vrx::tool {
 
 class RawConnection;
 
-struct DoctorOptions {
-    ConnectionOptions server;
+struct CheckupOptions {
     std::size_t block = 0;    ///< frames; 0: as the pins say, else one segment
     std::size_t channels = 0; ///< 0: as the pins say, else 2
     int rate = 48000;         ///< frames per second
-    bool json = false;
+    bool json = false;        ///< one object at the end instead of a line a step
+    bool colors = false;
 };
 
 /// What a step found out.
@@ -34,8 +37,14 @@ struct Finding {
 /// Goes through one connection step by step, each printed when it is done.
 class Checkup {
 public:
-    Checkup(const DoctorOptions& options, const ServerSettings& server, bool colors)
-        : m_options(options), m_server(server), m_session(options.server.plugin, server), m_colors(colors) {}
+    using Print = std::function<void(std::string_view text)>;
+
+    /// session      knows its server and has not connected yet; must live longer, as `options` must
+    /// pluginFile   for the report
+    /// print        writes to standard output
+    Checkup(const CheckupOptions& options, host::Session& session, std::string pluginFile, Print print)
+        : m_options(options), m_session(session), m_server(session.Server()),
+          m_pluginFile(std::move(pluginFile)), m_print(std::move(print)) {}
 
     /// The exit code.
     int Run();
@@ -61,19 +70,21 @@ private:
     std::string RawAnswer();
     asio::error_code OpenRaw(RawConnection& connection) const;
     std::string BlockText() const;
+    ObjectNames Names() const { return {m_server.layout, m_server.input, m_server.output}; }
     std::size_t Words() const { return m_block * m_channels; }
 
-    const DoctorOptions& m_options;
-    const ServerSettings& m_server;
-    Session m_session;
-    bool m_colors;
+    const CheckupOptions& m_options;
+    host::Session& m_session;
+    const host::ServerSettings& m_server;
+    std::string m_pluginFile;
+    Print m_print;
     nlohmann::json m_steps = nlohmann::json::array();
     bool m_failed = false;
     asio::ip::tcp::endpoint m_endpoint;
     asio::error_code m_connectError;
-    PinValues m_pins;
+    host::PinValues m_pins;
     std::size_t m_channels = 0;
     std::size_t m_block = 0;
 };
 
-} // namespace vrx
+} // namespace vrx::tool

@@ -1,12 +1,10 @@
 #include "tools/checks/RawConnection.h"
 
-#include "tools/wire/ServerProtocol.h"
-
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
 
-namespace vrx {
+namespace vrx::tool {
 
 /// `start` begins one asynchronous operation, which ends by calling what it is given.
 template <class Start>
@@ -44,21 +42,7 @@ asio::error_code RawConnection::Receive(std::string& bytes) {
     return error;
 }
 
-std::string SilentRequest(const ServerSettings& server, std::size_t words) {
-    std::string path = server.layout + "," + server.input + ".samples[0]," + server.output + ".samples[0]";
-    path.resize((path.size() | 3) + 1);
-    const auto count = static_cast<std::uint32_t>(words);
-    const std::uint32_t head[] = {kPacketTag, static_cast<std::uint32_t>(20 + 4 * words + path.size()),
-                                  count + 1, kObjectCommand,
-                                  count + static_cast<std::uint32_t>(kReplyFigures)};
-    std::string packet(sizeof head, '\0');
-    std::memcpy(packet.data(), head, sizeof head);
-    packet.append(4 * words, '\0');
-    return packet + path;
-}
-
 RawReply ReadReply(RawConnection& connection) {
-    constexpr std::size_t kMost = 1 << 20; // what the talker can receive
     RawReply reply;
     std::size_t want = 8; // tag and length word
     while (!reply.error && reply.bytes.size() < want) {
@@ -70,11 +54,11 @@ RawReply ReadReply(RawConnection& connection) {
         }
         std::uint32_t head[2];
         std::memcpy(head, reply.bytes.data(), sizeof head);
-        reply.isPacket = head[0] == kPacketTag;
+        reply.isPacket = head[0] == host::kPacketTag;
         if (!reply.isPacket) break;
-        want = std::min<std::size_t>(std::max<std::uint32_t>(head[1], 8), kMost);
+        want = std::min<std::size_t>(std::max<std::uint32_t>(head[1], 8), host::kReceiveBuffer);
     }
     return reply;
 }
 
-} // namespace vrx
+} // namespace vrx::tool

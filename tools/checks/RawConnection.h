@@ -1,6 +1,6 @@
 #pragma once
 
-#include "tools/commands/ConnectionOptions.h"
+#include "host/Packet.h"
 
 #include <asio.hpp>
 
@@ -10,7 +10,7 @@
 #include <string_view>
 #include <vector>
 
-namespace vrx {
+namespace vrx::tool {
 
 /// A plain TCP connection whose every operation is limited in time, to see what the talker does not show. An
 /// operation that takes longer gives asio::error::timed_out and ends the connection.
@@ -30,11 +30,8 @@ private:
     std::chrono::milliseconds m_limit;
     asio::io_context m_io;
     asio::ip::tcp::socket m_socket{m_io};
-    std::vector<char> m_piece = std::vector<char>(1 << 20); // as much as the talker takes in one receive
+    std::vector<char> m_piece = std::vector<char>(host::kReceiveBuffer);
 };
-
-/// A request for `words` words of silence, as the talker sends it.
-std::string SilentRequest(const ServerSettings& server, std::size_t words);
 
 /// How one reply came.
 struct RawReply {
@@ -48,4 +45,4 @@ struct RawReply {
 /// Receives until a packet, or the first line of a text, is whole.
 RawReply ReadReply(RawConnection& connection);
 
-} // namespace vrx
+} // namespace vrx::tool

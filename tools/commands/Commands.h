@@ -1,11 +1,11 @@
 #pragma once
 
-#include "tools/program/Errors.h"
-
 #include <CLI/CLI.hpp>
 
-/// Each of these adds one subcommand with its options. When the command line selects it, its callback runs
-/// the whole command and leaves the program's exit code in `exitCode`.
+namespace vrx::tool {
+
+/// Each of these adds one subcommand with its options. When the command line selects it, the whole command runs
+/// and leaves the program's exit code in `exitCode`.
 void AddPump(CLI::App& app, int& exitCode);
 void AddPins(CLI::App& app, int& exitCode);
 void AddSend(CLI::App& app, int& exitCode);
@@ -13,3 +13,5 @@ void AddSweep(CLI::App& app, int& exitCode);
 void AddCompare(CLI::App& app, int& exitCode);
 void AddDoctor(CLI::App& app, int& exitCode);
 void AddServe(CLI::App& app, int& exitCode);
+
+} // namespace vrx::tool

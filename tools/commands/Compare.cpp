@@ -1,4 +1,5 @@
 #include "tools/commands/Commands.h"
+#include "tools/commands/Subcommand.h"
 #include "tools/report/Comparison.h"
 #include "tools/report/RunSummary.h"
 
@@ -6,13 +7,10 @@
 #include <cstdio>
 #include <cstring>
 #include <fstream>
-#include <memory>
 
-using namespace vrx;
+namespace vrx::tool {
 
 namespace {
-
-constexpr char kWho[] = "vrx compare";
 
 struct CompareOptions {
     std::string a;
@@ -64,14 +62,12 @@ constexpr char kFooter[] =
 } // namespace
 
 void AddCompare(CLI::App& app, int& exitCode) {
-    const auto options = std::make_shared<CompareOptions>();
-    CLI::App* command = app.add_subcommand("compare", "Say which of two runs was better");
-    command->add_option("A", options->a, "Summary of a run: what vrx pump --json printed")
-        ->required()
-        ->type_name("");
-    command->add_option("B", options->b, "Summary of another run")->required()->type_name("");
-    command->add_flag("--json", options->json, "Print one JSON object");
-    command->footer(kFooter);
-    command->callback(
-        [options, &exitCode] { exitCode = RunCommand(kWho, [&] { return RunCompare(*options); }); });
+    Subcommand<CompareOptions> command(app, exitCode, "compare", "Say which of two runs was better",
+                                       RunCompare, kFooter);
+    CompareOptions& options = command.Values();
+    command.Add("A", options.a, "", "Summary of a run: what vrx pump --json printed")->required();
+    command.Add("B", options.b, "", "Summary of another run")->required();
+    command.AddJson(options.json);
 }
+
+} // namespace vrx::tool

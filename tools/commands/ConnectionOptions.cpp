@@ -1,13 +1,13 @@
 #include "tools/commands/ConnectionOptions.h"
 
 #include "base/StringMap.h"
+#include "tools/commands/Subcommand.h"
 #include "tools/program/Errors.h"
 
-#include <algorithm>
 #include <cstdlib>
 #include <vector>
 
-namespace vrx {
+namespace vrx::tool {
 
 namespace {
 
@@ -17,6 +17,11 @@ string_map Parse(const std::string& args) {
     string_map values;
     values.Split(args.c_str(), 0);
     return values;
+}
+
+/// As the talker reads it.
+int ReadNumber(const std::string& text) {
+    return static_cast<int>(std::strtol(text.c_str(), nullptr, 10));
 }
 
 /// Joins the options to an argument line that the talker reads back as the same values.
@@ -74,8 +79,7 @@ void AddObjectOptions(CLI::App& command, ConnectionOptions& options) {
 void AddConnectionOptions(CLI::App& command, ConnectionOptions& options) {
     std::vector<CLI::Option*> single = {
         Add(command, "--server", options.server, "HOST", "Host name or IPv4 address [127.0.0.1]"),
-        Add(command, "--servport", options.servport, "PORT", "TCP port of the server")
-            ->check(CLI::Range(1, 65535).description("")),
+        Add(command, "--servport", options.servport, "PORT", "TCP port of the server")->check(IsPort()),
     };
     const std::vector<CLI::Option*> objects = AddObjects(command, options);
     single.insert(single.end(), objects.begin(), objects.end());
@@ -89,8 +93,8 @@ void AddConnectionOptions(CLI::App& command, ConnectionOptions& options) {
     });
 }
 
-ServerSettings ResolveServer(const ConnectionOptions& options) {
-    ServerSettings server;
+host::ServerSettings ResolveServer(const ConnectionOptions& options) {
+    host::ServerSettings server;
     server.args = options.args.empty() ? ArgumentLine(options) : options.args;
     const string_map values = Parse(server.args);
     for (const char* key : kKeys)
@@ -100,23 +104,12 @@ ServerSettings ResolveServer(const ConnectionOptions& options) {
                               "': it needs all six keys, as in "
                               "\"server=127.0.0.1,servport=7000,clport=0,input=In,output=Out,layout=Main\""};
     server.host = values.at("server");
-    server.port =
-        static_cast<int>(std::strtol(values.at("servport").c_str(), nullptr, 10)); // as the talker reads it
+    server.port = ReadNumber(values.at("servport"));
+    server.clientPort = ReadNumber(values.at("clport"));
     server.input = values.at("input");
     server.output = values.at("output");
     server.layout = values.at("layout");
     return server;
 }
 
-std::size_t FramesPerSegment(const ServerSettings& server, std::size_t channels) {
-    constexpr std::size_t kSegment = 1460;
-    constexpr std::size_t kRequestHeader = 20;
-    constexpr std::size_t kReplyHeader = 28;
-    const std::size_t path = server.layout.size() + server.input.size() + server.output.size() +
-                             std::string_view(",.samples[0],.samples[0]").size();
-    const std::size_t request = kRequestHeader + (path | 3) + 1; // the text is padded to whole words
-    const std::size_t room = kSegment - std::min(kSegment, std::max(request, kReplyHeader));
-    return std::max<std::size_t>(1, room / 4 / channels);
-}
-
-} // namespace vrx
+} // namespace vrx::tool

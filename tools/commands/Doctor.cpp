@@ -1,28 +1,37 @@
-#include "tools/audio/FilePump.h"
+#include "host/BlockSize.h"
 #include "tools/checks/Checkup.h"
+#include "tools/commands/Client.h"
 #include "tools/commands/Commands.h"
+#include "tools/commands/Subcommand.h"
 #include "tools/program/Interrupt.h"
 #include "tools/program/Terminal.h"
 
 #include <algorithm>
-#include <memory>
+#include <string>
 #include <unistd.h>
 
-using namespace vrx;
+namespace vrx::tool {
 
 namespace {
 
-constexpr char kWho[] = "vrx doctor";
+struct DoctorOptions {
+    ConnectionOptions server;
+    CheckupOptions checkup;
+};
 
 int RunDoctor(const DoctorOptions& options) {
-    ExitOnInterrupt(kWho);
-    const ServerSettings server = ResolveServer(options.server);
-    const std::size_t channels = std::max<std::size_t>(1, options.channels);
-    if (options.block > MostFramesPerBlock(channels))
-        throw Failure{kWrongUsage, "--block " + std::to_string(options.block) +
-                                       " is too long: replies hold at most " +
-                                       std::to_string(MostFramesPerBlock(channels)) + " frames"};
-    return Checkup(options, server, ColorsWanted(STDOUT_FILENO)).Run();
+    ExitOnInterrupt("vrx doctor");
+    CheckupOptions checkup = options.checkup;
+    const std::size_t most = host::MostFramesPerBlock(std::max<std::size_t>(1, checkup.channels));
+    if (checkup.block > most)
+        throw Failure{kWrongUsage, "--block " + std::to_string(checkup.block) +
+                                       " is too long: replies hold at most " + std::to_string(most) +
+                                       " frames"};
+    checkup.colors = ColorsWanted(STDOUT_FILENO); // asked before the client takes standard output
+    Client client(options.server);
+    return Checkup(checkup, client.Session(), client.PluginFile(),
+                   [&client](std::string_view text) { client.Print(text); })
+        .Run();
 }
 
 constexpr char kFooter[] = "One line a step: its name, ok, note or FAIL, its time, what was found. After a "
@@ -37,24 +46,20 @@ constexpr char kFooter[] = "One line a step: its name, ok, note or FAIL, its tim
 } // namespace
 
 void AddDoctor(CLI::App& app, int& exitCode) {
-    const auto options = std::make_shared<DoctorOptions>();
-    CLI::App* command = app.add_subcommand("doctor", "Find out why a server does not answer");
-    const auto add = [command](const char* name, auto& value, const char* type, const char* help) {
-        return command->add_option(name, value, help)->type_name(type);
-    };
-    add("HOST", options->server.server, "", "Host name or IPv4 address")->required();
-    add("PORT", options->server.servport, "", "TCP port of the server")
-        ->required()
-        ->check(CLI::Range(1, 65535).description(""));
-    add("--block", options->block, "FRAMES", "Frames per block [as the pins say, else one segment]")
-        ->check(CLI::Range(1, 262137).description(""));
-    add("--channels", options->channels, "N", "Channels of a block [as the pins say, else 2]")
-        ->check(CLI::Range(1, 1023).description(""));
-    add("--rate", options->rate, "HZ", "Frames per second, for how long a block lasts [48000]")
-        ->check(CLI::Range(1, 1000000).description(""));
-    AddObjectOptions(*command, options->server);
-    command->add_flag("--json", options->json, "Print one JSON object");
-    command->footer(kFooter);
-    command->callback(
-        [options, &exitCode] { exitCode = RunCommand(kWho, [&] { return RunDoctor(*options); }); });
+    Subcommand<DoctorOptions> command(app, exitCode, "doctor", "Find out why a server does not answer",
+                                      RunDoctor, kFooter);
+    DoctorOptions& options = command.Values();
+    CheckupOptions& checkup = options.checkup;
+    command.Add("HOST", options.server.server, "", "Host name or IPv4 address")->required();
+    command.Add("PORT", options.server.servport, "", "TCP port of the server")->required()->check(IsPort());
+    command.Add("--block", checkup.block, "FRAMES", "Frames per block [as the pins say, else one segment]")
+        ->check(InRange<std::size_t>(1, host::kMostWords));
+    command.Add("--channels", checkup.channels, "N", "Channels of a block [as the pins say, else 2]")
+        ->check(InRange(1, 1023));
+    command.AddWithDefault("--rate", checkup.rate, "HZ", "Frames per second, for how long a block lasts")
+        ->check(InRange(1, 1000000));
+    AddObjectOptions(command.Command(), options.server);
+    command.AddJson(checkup.json);
 }
+
+} // namespace vrx::tool

@@ -1,15 +1,12 @@
-#include "host/Session.h"
+#include "tools/commands/Client.h"
 #include "tools/commands/Commands.h"
+#include "tools/commands/Subcommand.h"
 #include "tools/program/Interrupt.h"
+#include "tools/report/RunSummary.h"
 
-#include <memory>
-#include <nlohmann/json.hpp>
-
-using namespace vrx;
+namespace vrx::tool {
 
 namespace {
-
-constexpr char kWho[] = "vrx pins";
 
 struct PinsOptions {
     ConnectionOptions server;
@@ -17,38 +14,37 @@ struct PinsOptions {
 };
 
 std::string Line(const char* pin, const std::string& name, const unsigned (&values)[3]) {
-    return std::string(pin) + " " + name + ": " + std::to_string(values[0]) + " " +
-           std::to_string(values[1]) + " " + std::to_string(values[2]) + "\n";
+    return std::string(pin) + " " + name + ": " + host::PinText(values) + "\n";
 }
 
-std::string Json(const ServerSettings& server, const PinValues& pins) {
-    const nlohmann::json object = {
+std::string Json(const host::ServerSettings& server, const host::PinValues& pins) {
+    return JsonLine({
         {"server", server.host},
         {"port", server.port},
         {"input", {{"name", server.input}, {"values", pins.in}}},
         {"output", {{"name", server.output}, {"values", pins.out}}},
-    };
-    return object.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
+    });
 }
 
 int RunPins(const PinsOptions& options) {
-    ExitOnInterrupt(kWho);
-    const ServerSettings server = ResolveServer(options.server);
-    Session session(options.server.plugin, server);
-    session.Connect();
+    ExitOnInterrupt("vrx pins");
+    Client client(options.server);
+    client.Connect();
+    const host::ServerSettings& server = client.Server();
 
-    PinValues pins;
-    const int result = session.PinProps(pins);
-    if (result < 0 && session.TransportFault())
+    host::PinValues pins;
+    const int result = client.Session().PinProps(pins);
+    if (result < 0 && client.Session().TransportFault())
         throw Failure{kRunFailed, "no pin properties from " + server.Place() + " (" +
-                                      session.Describe(result) + "): check that the server has such pins"};
+                                      client.Session().Describe(result) +
+                                      "): check that the server has such pins"};
     if (result < 0)
         throw Failure{kRunFailed, server.Place() + " refused the pin properties of '" + server.input +
                                       "' and '" + server.output + "' with status " + std::to_string(result) +
                                       ": check --input and --output"};
-    session.Print(options.json
-                      ? Json(server, pins)
-                      : Line("input", server.input, pins.in) + Line("output", server.output, pins.out));
+    client.Print(options.json
+                     ? Json(server, pins)
+                     : Line("input", server.input, pins.in) + Line("output", server.output, pins.out));
     return kDone;
 }
 
@@ -64,11 +60,10 @@ constexpr char kFooter[] =
 } // namespace
 
 void AddPins(CLI::App& app, int& exitCode) {
-    const auto options = std::make_shared<PinsOptions>();
-    CLI::App* command = app.add_subcommand("pins", "Show the properties of the server's pins");
-    AddConnectionOptions(*command, options->server);
-    command->add_flag("--json", options->json, "Print one JSON object");
-    command->footer(kFooter);
-    command->callback(
-        [options, &exitCode] { exitCode = RunCommand(kWho, [&] { return RunPins(*options); }); });
+    Subcommand<PinsOptions> command(app, exitCode, "pins", "Show the properties of the server's pins",
+                                    RunPins, kFooter);
+    AddConnectionOptions(command.Command(), command.Values().server);
+    command.AddJson(command.Values().json);
 }
+
+} // namespace vrx::tool

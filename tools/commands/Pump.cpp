@@ -1,18 +1,22 @@
+#include "host/BlockPump.h"
+#include "host/BlockSize.h"
 #include "tools/audio/FilePump.h"
+#include "tools/commands/Client.h"
 #include "tools/commands/Commands.h"
+#include "tools/commands/Subcommand.h"
 #include "tools/program/Interrupt.h"
 #include "tools/program/Numbers.h"
 #include "tools/program/OutputFile.h"
 #include "tools/report/BlockCsv.h"
 #include "tools/report/HtmlReport.h"
 #include "tools/report/ProgressLine.h"
+#include "tools/report/PumpPage.h"
 #include "tools/report/RunSummary.h"
 
 #include <csignal>
-#include <memory>
 #include <optional>
 
-using namespace vrx;
+namespace vrx::tool {
 
 namespace {
 
@@ -38,33 +42,33 @@ struct PumpOptions {
 
 /// Asks for the pins when an option was left open or the page is to show them. A server that does not answer
 /// says nothing.
-std::optional<PinValues> PinsIfNeeded(Session& session, const PumpOptions& options) {
+std::optional<host::PinValues> PinsIfNeeded(Client& client, const PumpOptions& options) {
     if (options.block != 0 && !options.samples.empty() && options.report.empty()) return {};
-    PinValues pins;
-    const int result = session.PinProps(pins);
+    host::PinValues pins;
+    const int result = client.Session().PinProps(pins);
     if (result >= 0) return pins;
-    if (session.TransportFault() && !session.Reconnect(result)) session.Connect();
+    if (client.Session().TransportFault() && !client.Session().Reconnect(result)) client.Connect();
     return {};
 }
 
-std::size_t ChooseBlock(const PumpOptions& options, const PinValues& pins, const ServerSettings& server,
-                        std::size_t channels) {
-    const std::size_t most = MostFramesPerBlock(channels);
+std::size_t ChooseBlock(const PumpOptions& options, const host::PinValues& pins,
+                        const host::ServerSettings& server, std::size_t channels) {
+    const std::size_t most = host::MostFramesPerBlock(channels);
     if (options.block > most)
         throw Failure{kWrongUsage, "--block " + std::to_string(options.block) +
                                        " is too long: replies hold at most " + std::to_string(most) +
                                        " frames of " + Counted(channels, "channel")};
-    return options.block > 0 ? options.block : PreferredBlock(pins, server, channels);
+    return options.block > 0 ? options.block : host::PreferredBlock(pins, server, channels);
 }
 
-SampleFormat ChooseWords(const PumpOptions& options, const PinValues& pins) {
+SampleFormat ChooseWords(const PumpOptions& options, const host::PinValues& pins) {
     if (options.samples == "s32") return SampleFormat::kS32;
     const bool pinsSaySomething = pins.in[0] != 0 || pins.in[1] != 0;
     const bool pinsSayInt32 = pinsSaySomething && pins.in[2] == 0;
     return options.samples.empty() && pinsSayInt32 ? SampleFormat::kS32 : SampleFormat::kF32;
 }
 
-SampleStorage ChooseFormat(const PumpOptions& options, const AudioReader& reader) {
+SampleStorage ChooseStorage(const PumpOptions& options, const AudioReader& reader) {
     if (options.bits == "float") return SampleStorage::kFloat;
     const bool wants16 = options.bits.empty() ? reader.Is16Bit() : options.bits == "16";
     return wants16 ? SampleStorage::kPcm16 : SampleStorage::kPcm32;
@@ -80,135 +84,141 @@ void CheckSideFiles(const PumpOptions& options) {
     if (!options.csv.empty()) OutputFile::Check(options.csv, options.force);
 }
 
-std::string PinText(const unsigned (&values)[3]) {
-    return std::to_string(values[0]) + " " + std::to_string(values[1]) + " " + std::to_string(values[2]);
+/// What goes on in one run: the input and how it is to be stored, the stream, and what the server said.
+struct Stream {
+    AudioReader reader;
+    AudioFormat format;
+    std::optional<host::PinValues> pins;
+    FileRun file;
+
+    std::uint64_t ExpectedFrames() const { return reader.Frames() + file.tail; }
+    double BlockSeconds() const { return static_cast<double>(file.blockFrames) / reader.SampleRate(); }
+    unsigned BlockWords() const { return static_cast<unsigned>(file.blockFrames * reader.Channels()); }
+};
+
+/// Opens the input and checks that everything may be written, before the network is touched.
+Stream OpenInput(const PumpOptions& options) {
+    Stream stream{AudioReader(options.in), {}, {}, {}};
+    const AudioReader& reader = stream.reader;
+    stream.format = {reader.Channels(), reader.SampleRate(), ChooseStorage(options, reader)};
+    stream.file.tail = options.tail;
+    AudioWriter::Check(options.out, stream.format, options.force, stream.ExpectedFrames());
+    CheckSideFiles(options);
+    return stream;
 }
 
-/// The page's verdict about a run that reached its end.
-std::string Verdict(const RunSummary& run) {
-    const RunStatistics& statistics = run.statistics;
-    if (statistics.Blocks() == 0) return "There was nothing to send.";
-    const std::string blocks = Counted(statistics.Blocks(), "block");
-    if (statistics.Failed() > 0)
-        return std::to_string(statistics.Failed()) + " of " + blocks + " failed: silence stands for them.";
-    const std::string all = (statistics.Blocks() == 1 ? "The only block" : "All " + blocks) + " came back";
-    if (!run.paced) return all + ".";
-    if (statistics.Missed() == 0) return all + " in time.";
-    return all + ", " + std::to_string(statistics.Missed()) +
-           " of them after their deadline (the longest run of these: " +
-           std::to_string(statistics.LongestMissedRun()) + ").";
+void AskServer(Client& client, const PumpOptions& options, Stream& stream) {
+    client.Connect();
+    stream.pins = PinsIfNeeded(client, options);
+    const host::PinValues said = stream.pins.value_or(host::PinValues{});
+    stream.file.words = ChooseWords(options, said);
+    stream.file.blockFrames = ChooseBlock(options, said, client.Server(), stream.reader.Channels());
 }
 
-/// ended   why the run ended early; "": it did not
-ReportTexts PageTexts(const PumpOptions& options, const RunSummary& run, const FileRun& file,
-                      const std::optional<PinValues>& pins, const std::string& pluginFile,
-                      const std::string& ended) {
-    const RunStatistics& statistics = run.statistics;
-    const BlockTimes times = statistics.Times();
-    ReportTexts texts;
-    texts.title = "vrx pump: " + options.in + " through " + run.server.Place();
-    texts.verdict = ended.empty() ? Verdict(run) : "The run ended early: " + ended;
-    texts.good = ended.empty() && statistics.Failed() == 0 && (!run.paced || statistics.Missed() == 0);
-    texts.figures = {
-        {"Blocks", std::to_string(statistics.Blocks())},
-        {"Failed", std::to_string(statistics.Failed())},
-        {"Sent again", std::to_string(statistics.Retried())},
-        {run.paced ? "Missed deadlines" : "Over the deadline", std::to_string(statistics.Missed())},
-        {"Round trip p50", Brief(times.p50) + " ms"},
-        {"p99", Brief(times.p99) + " ms"},
-        {"Longest", Brief(times.max) + " ms"},
-        {"Times real time", Brief(TimesRealTime(run.frames, run.sampleRate, run.seconds))},
-    };
-    texts.facts = {
-        {"Input", options.in},
-        {"Output", run.output.empty() ? "nothing was written" : run.output},
-        {"Server", run.server.Place()},
-        {"Objects", run.server.input + " to " + run.server.output + ", layout " + run.server.layout},
-        {"Input pin", pins ? PinText(pins->in) : "the server did not say"},
-        {"Output pin", pins ? PinText(pins->out) : "the server did not say"},
-        {"Block", std::to_string(run.blockFrames) + " frames, " + Brief(statistics.Deadline()) + " ms"},
-        {"Stream", Counted(run.channels, "channel") + " at " + std::to_string(run.sampleRate) + " Hz, " +
-                       (file.words == SampleFormat::kF32 ? "32-bit float words" : "32-bit integer words")},
-        {"Pace", run.paced ? "each block when it was due in real time" : "as fast as the replies came"},
-        {"Longest run of missed deadlines", std::to_string(statistics.LongestMissedRun())},
-        {"Frames written",
-         std::to_string(run.frames) + " (" + std::to_string(options.tail) + " asked for as tail)"},
-        {"Time taken", Brief(run.seconds) + " s"},
-        {"Retries", std::to_string(statistics.Retried()) + " blocks were sent again, each at most " +
-                        std::to_string(options.retries) + " times"},
-        {"Versions", "vrx " VRX_VERSION ", plug-in " + pluginFile},
-    };
-    return texts;
+/// What is noted of each block, and what is told of all of them.
+class RunRecord {
+public:
+    RunRecord(const PumpOptions& options, const Stream& stream)
+        : m_options(options), m_stream(stream), m_statistics(stream.BlockSeconds() * 1000),
+          m_picture({stream.file.words, stream.reader.Channels(), stream.reader.SampleRate(),
+                     stream.file.blockFrames, options.paced}),
+          m_progress(std::in_place, stream.ExpectedFrames(), stream.reader.SampleRate()) {
+        if (!options.csv.empty()) m_csv.emplace(options.csv, options.force, m_statistics.Deadline());
+        if (!options.report.empty()) m_page.emplace(options.report, options.force);
+    }
+
+    void Add(const PumpedBlock& block, double elapsed) {
+        m_statistics.Add(block.record);
+        if (m_csv) m_csv->Add(block.record);
+        if (m_page) m_picture.Add(block.record, block.in, block.out, block.frames);
+        m_frames += block.frames;
+        m_progress->Show(m_frames, elapsed);
+    }
+
+    /// ended   why the run ended early; "": it did not
+    void Finish(const Client& client, double elapsed, const std::string& ended) {
+        m_progress.reset();
+        const RunSummary summary{m_options.in,
+                                 ended.empty() ? m_options.out : "",
+                                 client.Server(),
+                                 m_statistics,
+                                 m_stream.file.blockFrames,
+                                 m_frames,
+                                 m_stream.reader.Channels(),
+                                 m_stream.reader.SampleRate(),
+                                 elapsed,
+                                 m_options.paced};
+        client.Print(m_options.json ? JsonLine(summary.Json()) : summary.Line());
+        if (m_page) WritePage(client, summary, ended);
+        if (m_csv) m_csv->Finish();
+    }
+
+    const host::RunStatistics& Statistics() const { return m_statistics; }
+
+private:
+    void WritePage(const Client& client, const RunSummary& summary, const std::string& ended) {
+        const PumpPage page{.run = summary,
+                            .input = m_options.in,
+                            .pins = m_stream.pins,
+                            .words = m_stream.file.words,
+                            .tail = m_options.tail,
+                            .retries = m_options.retries,
+                            .pluginFile = client.PluginFile(),
+                            .version = VRX_VERSION,
+                            .ended = ended};
+        m_page->Write(m_picture.Page(PumpPageTexts(page), m_statistics));
+        m_page->Finish();
+    }
+
+    const PumpOptions& m_options;
+    const Stream& m_stream;
+    host::RunStatistics m_statistics;
+    HtmlReport m_picture;
+    std::optional<ProgressLine> m_progress; // gone before anything else is printed
+    std::optional<BlockCsv> m_csv;
+    std::optional<OutputFile> m_page;
+    std::uint64_t m_frames = 0;
+};
+
+/// Throws Failure unless everything came back; what ended the run is then its message.
+void PumpAll(Client& client, host::BlockPump& pump, const PumpOptions& options, Stream& stream,
+             AudioWriter& writer, RunRecord& record) {
+    const PumpedFile pumped = PumpFile(pump, Interrupted, stream.reader, writer, stream.file,
+                                       [&](const PumpedBlock& block) { record.Add(block, pump.Elapsed()); });
+    if (pumped.end == host::Sent::kStopped) throw Failure{kInterrupted, "interrupted"};
+    if (pumped.end == host::Sent::kLost)
+        throw Failure{kRunFailed, "block " + std::to_string(pumped.last.number) + " failed at " +
+                                      client.Server().Place() + " after " + std::to_string(options.retries) +
+                                      " retries (" + client.Session().Describe(pumped.last.result) +
+                                      "): check the server, or allow more --retries"};
+    writer.Finish();
 }
 
 int RunPump(const PumpOptions& options) {
     CatchInterrupts();
     (void)std::signal(SIGPIPE, SIG_IGN); // a closed standard output is an error like any other
-    const ServerSettings server = ResolveServer(options.server);
-
-    AudioReader reader(options.in);
-    const AudioFormat format{reader.Channels(), reader.SampleRate(), ChooseFormat(options, reader)};
-    const std::uint64_t expectedFrames = reader.Frames() + options.tail;
-    AudioWriter::Check(options.out, format, options.force, expectedFrames);
-    CheckSideFiles(options);
-    Session session(options.server.plugin, server);
-    session.Connect();
-    const std::optional<PinValues> pins = PinsIfNeeded(session, options);
-    const PinValues said = pins.value_or(PinValues{});
-    const FileRun run{ChooseWords(options, said), ChooseBlock(options, said, server, reader.Channels()),
-                      options.tail};
-    const double blockSeconds = static_cast<double>(run.blockFrames) / reader.SampleRate();
-    AudioWriter writer(options.out, format, options.force);
-    std::optional<BlockCsv> csv;
-    if (!options.csv.empty()) csv.emplace(options.csv, options.force, blockSeconds * 1000);
-    std::optional<OutputFile> page;
-    if (!options.report.empty()) page.emplace(options.report, options.force);
-
-    RunStatistics statistics(blockSeconds * 1000);
-    HtmlReport picture({run.words, reader.Channels(), reader.SampleRate(), run.blockFrames, options.paced});
-    std::uint64_t frames = 0;
-    BlockPump pump(session, static_cast<unsigned>(run.blockFrames * reader.Channels()), options.retries,
-                   options.paced ? blockSeconds : 0);
-    std::optional<ProgressLine> progress(std::in_place, expectedFrames, reader.SampleRate());
-    const auto blockDone = [&](const PumpedBlock& block) {
-        statistics.Add(block.record);
-        if (csv) csv->Add(block.record);
-        if (page) picture.Add(block.record, block.in, block.out, block.frames);
-        frames += block.frames;
-        progress->Show(frames, pump.Elapsed());
-    };
-    const auto report = [&](const std::string& ended) {
-        progress.reset();
-        const RunSummary summary{options.in,
-                                 ended.empty() ? options.out : "",
-                                 server,
-                                 statistics,
-                                 run.blockFrames,
-                                 frames,
-                                 reader.Channels(),
-                                 reader.SampleRate(),
-                                 pump.Elapsed(),
-                                 options.paced};
-        session.Print(options.json ? JsonLine(summary.Json()) : summary.Line());
-        if (page)
-            page->Write(picture.Page(PageTexts(options, summary, run, pins, session.PluginFile(), ended),
-                                     statistics));
-        if (page) page->Finish();
-        if (csv) csv->Finish();
-    };
-
+    (void)ResolveServer(options.server); // wrong usage comes before a missing file
+    Stream stream = OpenInput(options);
+    Client client(options.server);
+    AskServer(client, options, stream);
+    AudioWriter writer(options.out, stream.format, options.force);
+    RunRecord record(options, stream);
+    host::SteadyRunClock clock(Interrupted);
+    host::BlockPump pump(client.Session(), clock, stream.BlockWords(), options.retries,
+                         options.paced ? stream.BlockSeconds() : 0);
     try {
-        PumpFile(pump, reader, writer, run, blockDone);
-        writer.Finish();
+        PumpAll(client, pump, options, stream, writer, record);
     } catch (const Failure& failure) {
-        report(failure.message);
+        record.Finish(client, pump.Elapsed(), failure.message);
         throw Failure{failure.code, failure.message + "; " + options.out + " was not written"};
     }
-    report("");
+    record.Finish(client, pump.Elapsed(), "");
+
+    const host::RunStatistics& statistics = record.Statistics();
     if (statistics.Failed() == 0) return kDone;
     throw Failure{kRunFailed, std::to_string(statistics.Failed()) + " of " +
                                   std::to_string(statistics.Blocks()) + " blocks failed at " +
-                                  server.Place() + ", first block " +
+                                  client.Server().Place() + ", first block " +
                                   std::to_string(statistics.FirstFailed().number) + " with status " +
                                   std::to_string(statistics.FirstFailed().result) +
                                   ": silence stands for them in " + options.out};
@@ -232,29 +242,27 @@ constexpr char kFooter[] =
 } // namespace
 
 void AddPump(CLI::App& app, int& exitCode) {
-    const auto options = std::make_shared<PumpOptions>();
-    CLI::App* command = app.add_subcommand("pump", "Run an audio file through the server");
-    const auto add = [command](const char* name, auto& value, const char* type, const char* help) {
-        return command->add_option(name, value, help)->type_name(type);
-    };
-    add("IN", options->in, "", "Audio file to read")->required();
-    add("OUT", options->out, "", "Audio file to write; its ending decides the kind")->required();
-    AddConnectionOptions(*command, options->server);
-    add("--block", options->block, "FRAMES", "Frames per block [see below]")
-        ->check(CLI::Range(std::size_t{1}, kMostBlock).description(""));
-    add("--samples", options->samples, "f32|s32", "How a sample becomes a 32-bit word [see below]")
-        ->check(CLI::IsMember({"f32", "s32"}).description(""));
-    add("--bits", options->bits, "16|32|float", "Samples in OUT [16 if IN has 16, else 32]")
-        ->check(CLI::IsMember({"16", "32", "float"}).description(""));
-    add("--tail", options->tail, "FRAMES", "Silence to send after the end [0]")
-        ->check(CLI::Range(std::uint64_t{0}, kMostTail).description(""));
-    add("--retries", options->retries, "N", "Send a block again, after 0.5, 1, 2, 4, 5... s [3]");
-    command->add_flag("--force", options->force, "Overwrite OUT and the two files below");
-    command->add_flag("--paced", options->paced, "Send each block when it is due in real time");
-    add("--report", options->report, "FILE", "Write a page that shows the run (HTML)");
-    add("--csv", options->csv, "FILE", "Write one row a block (CSV)");
-    command->add_flag("--json", options->json, "Print the summary as one JSON object");
-    command->footer(kFooter);
-    command->callback(
-        [options, &exitCode] { exitCode = RunCommand(kWho, [&] { return RunPump(*options); }); });
+    Subcommand<PumpOptions> command(app, exitCode, "pump", "Run an audio file through the server", RunPump,
+                                    kFooter);
+    PumpOptions& options = command.Values();
+    command.Add("IN", options.in, "", "Audio file to read")->required();
+    command.Add("OUT", options.out, "", "Audio file to write; its ending decides the kind")->required();
+    AddConnectionOptions(command.Command(), options.server);
+    command.Add("--block", options.block, "FRAMES", "Frames per block [see below]")
+        ->check(InRange(std::size_t{1}, kMostBlock));
+    command.Add("--samples", options.samples, "f32|s32", "How a sample becomes a 32-bit word [see below]")
+        ->check(OneOf({"f32", "s32"}));
+    command.Add("--bits", options.bits, "16|32|float", "Samples in OUT [16 if IN has 16, else 32]")
+        ->check(OneOf({"16", "32", "float"}));
+    command.AddWithDefault("--tail", options.tail, "FRAMES", "Silence to send after the end")
+        ->check(InRange(std::uint64_t{0}, kMostTail));
+    command.AddWithDefault("--retries", options.retries, "N",
+                           "Send a block again, after 0.5, 1, 2, 4, 5... s");
+    command.AddFlag("--force", options.force, "Overwrite OUT and the two files below");
+    command.AddFlag("--paced", options.paced, "Send each block when it is due in real time");
+    command.Add("--report", options.report, "FILE", "Write a page that shows the run (HTML)");
+    command.Add("--csv", options.csv, "FILE", "Write one row a block (CSV)");
+    command.AddFlag("--json", options.json, "Print the summary as one JSON object");
 }
+
+} // namespace vrx::tool

@@ -1,48 +1,50 @@
 #include "tools/commands/Commands.h"
+#include "tools/commands/Subcommand.h"
 #include "tools/server/LoopbackServer.h"
 
 #include <cstdio>
 #include <map>
-#include <memory>
 #include <string>
 #include <vector>
+
+namespace vrx::tool {
 
 namespace {
 
 struct Arguments {
-    vrx::ServerOptions server;
+    ServerOptions server;
     std::vector<std::string> steps;
     double idleSeconds = 300;
     std::string faults;
 };
 
-/// Turns the texts of the command line into what the server takes; throws CLI::ValidationError on a text
-/// that means nothing.
-vrx::ServerOptions Resolve(const Arguments& arguments) {
-    vrx::ServerOptions options = arguments.server;
+/// Turns the texts of the command line into what the server takes; throws Failure for a text that
+/// means nothing.
+ServerOptions Resolve(const Arguments& arguments) {
+    ServerOptions options = arguments.server;
     options.idle = std::chrono::milliseconds(static_cast<int64_t>(arguments.idleSeconds * 1000));
     for (const std::string& text : arguments.steps) {
-        vrx::ProcessStep step;
-        const std::string error = vrx::ParseStep(text, options.shape, step);
-        if (!error.empty()) throw CLI::ValidationError("--process", error);
+        ProcessStep step;
+        const std::string error = ParseStep(text, options.shape, step);
+        if (!error.empty()) throw Failure{kWrongUsage, "--process: " + error};
         options.steps.push_back(step);
     }
     if (!arguments.faults.empty()) {
-        const std::string error = vrx::ParseFaults(arguments.faults, options.faults);
-        if (!error.empty()) throw CLI::ValidationError("--faults", error);
+        const std::string error = ParseFaults(arguments.faults, options.faults);
+        if (!error.empty()) throw Failure{kWrongUsage, "--faults: " + error};
     }
     return options;
 }
 
 int Serve(const Arguments& arguments) {
-    if (arguments.faults != "help") return vrx::RunLoopbackServer(Resolve(arguments));
-    (void)std::fputs(vrx::DescribeFaults().c_str(), stdout);
-    return vrx::kDone;
+    if (arguments.faults != "help") return RunLoopbackServer(Resolve(arguments));
+    (void)std::fputs(DescribeFaults().c_str(), stdout);
+    return kDone;
 }
 
 void AddListening(CLI::App& command, Arguments& arguments) {
     constexpr size_t kMostBytes = size_t{1} << 30;
-    vrx::ServerOptions& server = arguments.server;
+    ServerOptions& server = arguments.server;
     command.add_option("--bind", server.bind, "IPv4 address to listen on")->capture_default_str();
     command.add_option("--port", server.port, "Port to listen on; 0: a free one")->capture_default_str();
     command.add_flag("--quiet", server.quiet, "Print nothing but the line that names the port");
@@ -59,7 +61,7 @@ void AddListening(CLI::App& command, Arguments& arguments) {
 
 void AddObjects(CLI::App& command, Arguments& arguments) {
     constexpr size_t kMostWords = size_t{1} << 28;
-    vrx::ServerOptions& server = arguments.server;
+    ServerOptions& server = arguments.server;
     command.add_option("--layout", server.rules.layout, "Only this layout may be pumped; default: any");
     command.add_option("--input", server.rules.input, "Only this input object; default: any");
     command.add_option("--output", server.rules.output, "Only this output object; default: any");
@@ -75,9 +77,9 @@ void AddObjects(CLI::App& command, Arguments& arguments) {
 }
 
 void AddProcessing(CLI::App& command, Arguments& arguments) {
-    const std::map<std::string, vrx::SampleFormat> formats{{"f32", vrx::SampleFormat::kF32},
-                                                           {"s32", vrx::SampleFormat::kS32}};
-    vrx::StreamShape& shape = arguments.server.shape;
+    const std::map<std::string, SampleFormat> formats{{"f32", SampleFormat::kF32},
+                                                      {"s32", SampleFormat::kS32}};
+    StreamShape& shape = arguments.server.shape;
     command
         .add_option("--process", arguments.steps,
                     "pass, gain=DB, invert, delay=FRAMES or lowpass=HZ;\n"
@@ -94,7 +96,7 @@ void AddProcessing(CLI::App& command, Arguments& arguments) {
 }
 
 void AddFaults(CLI::App& command, Arguments& arguments) {
-    vrx::ServerOptions& server = arguments.server;
+    ServerOptions& server = arguments.server;
     command.add_option("--faults", arguments.faults,
                        "Spoil replies to blocks: SCENARIO[,SCENARIO...], picked at random;\n"
                        "\"help\" lists the scenarios");
@@ -108,21 +110,24 @@ void AddFaults(CLI::App& command, Arguments& arguments) {
         ->capture_default_str();
 }
 
+constexpr char kFooter[] =
+    "The first line printed is \"vrx serve: listening on ADDRESS:PORT\".\n"
+    "The cycle figures of a reply are nanoseconds. SIGINT or SIGTERM stops the server\n"
+    "with exit code 0; 3: it could not listen.\n"
+    "\n"
+    "Examples:\n"
+    "  vrx serve --port 7000 --process gain=-6\n"
+    "  vrx serve --pin-frames 480 --faults late=20ms,reset --fault-rate 0.01";
+
 } // namespace
 
 void AddServe(CLI::App& app, int& exitCode) {
-    const auto arguments = std::make_shared<Arguments>();
-    CLI::App* command = app.add_subcommand("serve", "Runs a loopback server that processes blocks");
-    AddListening(*command, *arguments);
-    AddObjects(*command, *arguments);
-    AddProcessing(*command, *arguments);
-    AddFaults(*command, *arguments);
-    command->footer("The first line printed is \"vrx serve: listening on ADDRESS:PORT\".\n"
-                    "The cycle figures of a reply are nanoseconds. SIGINT or SIGTERM stops the server\n"
-                    "with exit code 0; 3: it could not listen.\n"
-                    "\n"
-                    "Examples:\n"
-                    "  vrx serve --port 7000 --process gain=-6\n"
-                    "  vrx serve --pin-frames 480 --faults late=20ms,reset --fault-rate 0.01");
-    command->callback([arguments, &exitCode] { exitCode = Serve(*arguments); });
+    Subcommand<Arguments> command(app, exitCode, "serve", "Runs a loopback server that processes blocks",
+                                  Serve, kFooter);
+    AddListening(command.Command(), command.Values());
+    AddObjects(command.Command(), command.Values());
+    AddProcessing(command.Command(), command.Values());
+    AddFaults(command.Command(), command.Values());
 }
+
+} // namespace vrx::tool

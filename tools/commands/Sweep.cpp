@@ -1,19 +1,18 @@
-#include "host/Session.h"
-#include "tools/audio/FilePump.h"
+#include "host/BlockPump.h"
+#include "host/BlockSize.h"
+#include "tools/commands/Client.h"
 #include "tools/commands/Commands.h"
+#include "tools/commands/Subcommand.h"
 #include "tools/program/Interrupt.h"
 #include "tools/program/Numbers.h"
 #include "tools/report/RunSummary.h"
 #include "tools/report/SweepResult.h"
 
-#include <memory>
 #include <vector>
 
-using namespace vrx;
+namespace vrx::tool {
 
 namespace {
-
-constexpr char kWho[] = "vrx sweep";
 
 struct SweepOptions {
     ConnectionOptions server;
@@ -26,7 +25,7 @@ struct SweepOptions {
 };
 
 /// Sends silence in blocks of one size until the time is up or a block does not get through.
-SweepRow TryBlock(Session& session, std::size_t frames, const SweepOptions& options) {
+SweepRow TryBlock(Client& client, std::size_t frames, const SweepOptions& options) {
     const std::size_t words = frames * options.channels;
     const std::vector<std::uint32_t> in(words);
     std::vector<std::uint32_t> out(words);
@@ -34,16 +33,21 @@ SweepRow TryBlock(Session& session, std::size_t frames, const SweepOptions& opti
     SweepRow row;
     row.frames = frames;
     row.deadline = period * 1000;
-    RunStatistics statistics(row.deadline);
-    BlockPump pump(session, static_cast<unsigned>(words), 0, period);
-    try {
-        do {
-            statistics.Add(pump.Send(in.data(), out.data()));
-        } while (pump.Elapsed() < options.seconds);
-    } catch (const LostBlock& lost) {
-        row.lost = session.Describe(lost.result);
-        if (!session.Reconnect(lost.result)) session.Connect();
-    }
+    host::Session& session = client.Session();
+    host::RunStatistics statistics(row.deadline);
+    host::SteadyRunClock clock(Interrupted);
+    host::BlockPump pump(session, clock, static_cast<unsigned>(words), 0, period);
+    do {
+        host::BlockRecord block;
+        const host::Sent sent = pump.Send(in.data(), out.data(), block);
+        if (sent == host::Sent::kStopped) throw Failure{kInterrupted, "interrupted"};
+        if (sent == host::Sent::kLost) {
+            row.lost = session.Describe(block.result);
+            client.Reconnect(block.result);
+            break;
+        }
+        statistics.Add(block);
+    } while (pump.Elapsed() < options.seconds);
     row.blocks = statistics.Blocks();
     row.failed = statistics.Failed();
     row.missed = statistics.Missed();
@@ -52,7 +56,7 @@ SweepRow TryBlock(Session& session, std::size_t frames, const SweepOptions& opti
     return row;
 }
 
-std::string Json(const SweepOptions& options, const ServerSettings& server,
+std::string Json(const SweepOptions& options, const host::ServerSettings& server,
                  const std::vector<SweepRow>& rows) {
     const std::size_t safe = SmallestSafeBlock(rows);
     nlohmann::json object = {{"server", server.host},
@@ -69,28 +73,28 @@ int RunSweep(const SweepOptions& options) {
     CatchInterrupts();
     if (options.to < options.from)
         throw Failure{kWrongUsage, "--to is below --from: there is no block size to try"};
-    if (options.to > MostFramesPerBlock(options.channels))
+    if (options.to > host::MostFramesPerBlock(options.channels))
         throw Failure{kWrongUsage, "--to " + std::to_string(options.to) +
                                        " is too long: replies hold at most " +
-                                       std::to_string(MostFramesPerBlock(options.channels)) + " frames of " +
-                                       Counted(options.channels, "channel")};
-    const ServerSettings server = ResolveServer(options.server);
-    Session session(options.server.plugin, server);
-    session.Connect();
+                                       std::to_string(host::MostFramesPerBlock(options.channels)) +
+                                       " frames of " + Counted(options.channels, "channel")};
+    Client client(options.server);
+    client.Connect();
+    const host::ServerSettings& server = client.Server();
 
-    if (!options.json) session.Print(SweepHeading());
+    if (!options.json) client.Print(SweepHeading());
     std::vector<SweepRow> rows;
     for (std::size_t frames = options.from; frames <= options.to; frames *= 2) {
-        rows.push_back(TryBlock(session, frames, options));
-        if (!options.json) session.Print(SweepLine(rows.back()));
+        rows.push_back(TryBlock(client, frames, options));
+        if (!options.json) client.Print(SweepLine(rows.back()));
     }
     const std::size_t safe = SmallestSafeBlock(rows);
-    if (options.json) session.Print(Json(options, server, rows));
+    if (options.json) client.Print(Json(options, server, rows));
     if (safe == 0)
         throw Failure{kRunFailed, "no safe block up to " + std::to_string(rows.back().frames) +
                                       " frames at " + server.Place() +
                                       ": try larger ones with --to, or a faster server"};
-    if (!options.json) session.Print("smallest safe block: " + std::to_string(safe) + " frames\n");
+    if (!options.json) client.Print("smallest safe block: " + std::to_string(safe) + " frames\n");
     return kDone;
 }
 
@@ -107,24 +111,19 @@ constexpr char kFooter[] =
 } // namespace
 
 void AddSweep(CLI::App& app, int& exitCode) {
-    const auto options = std::make_shared<SweepOptions>();
-    CLI::App* command = app.add_subcommand("sweep", "Find the smallest block that keeps up");
-    const auto add = [command](const char* name, auto& value, const char* type, const char* help) {
-        return command->add_option(name, value, help)->type_name(type);
-    };
-    AddConnectionOptions(*command, options->server);
-    add("--from", options->from, "FRAMES", "The first block size [16]")
-        ->check(CLI::Range(1, 262137).description(""));
-    add("--to", options->to, "FRAMES", "The last one, at most [2048]")
-        ->check(CLI::Range(1, 262137).description(""));
-    add("--channels", options->channels, "N", "Channels of a block [2]")
-        ->check(CLI::Range(1, 1023).description(""));
-    add("--rate", options->rate, "HZ", "Frames per second [48000]")
-        ->check(CLI::Range(1, 1000000).description(""));
-    add("--seconds", options->seconds, "S", "How long each size is tried [2]")
-        ->check(CLI::Range(0.01, 86400.0).description(""));
-    command->add_flag("--json", options->json, "Print one JSON object");
-    command->footer(kFooter);
-    command->callback(
-        [options, &exitCode] { exitCode = RunCommand(kWho, [&] { return RunSweep(*options); }); });
+    Subcommand<SweepOptions> command(app, exitCode, "sweep", "Find the smallest block that keeps up",
+                                     RunSweep, kFooter);
+    SweepOptions& options = command.Values();
+    AddConnectionOptions(command.Command(), options.server);
+    const CLI::Validator isBlock = InRange<std::size_t>(1, host::kMostWords);
+    command.AddWithDefault("--from", options.from, "FRAMES", "The first block size")->check(isBlock);
+    command.AddWithDefault("--to", options.to, "FRAMES", "The last one, at most")->check(isBlock);
+    command.AddWithDefault("--channels", options.channels, "N", "Channels of a block")
+        ->check(InRange(1, 1023));
+    command.AddWithDefault("--rate", options.rate, "HZ", "Frames per second")->check(InRange(1, 1000000));
+    command.AddWithDefault("--seconds", options.seconds, "S", "How long each size is tried")
+        ->check(InRange(0.01, 86400.0));
+    command.AddJson(options.json);
 }
+
+} // namespace vrx::tool

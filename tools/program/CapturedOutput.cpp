@@ -8,7 +8,7 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
-namespace vrx {
+namespace vrx::tool {
 
 CapturedOutput::CapturedOutput() {
     (void)std::fflush(stdout);
@@ -50,4 +50,4 @@ void CapturedOutput::Print(std::string_view text) const {
     }
 }
 
-} // namespace vrx
+} // namespace vrx::tool

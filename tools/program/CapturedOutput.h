@@ -3,7 +3,7 @@
 #include <string>
 #include <string_view>
 
-namespace vrx {
+namespace vrx::tool {
 
 /// While it lives, what the process writes to its standard output is kept aside instead of shown: the talker
 /// prints its diagnostics there, and a command's own results must not be mixed with them. One at a time.
@@ -26,4 +26,4 @@ private:
     int m_memory = -1; // an anonymous file in memory that stands in for it
 };
 
-} // namespace vrx
+} // namespace vrx::tool

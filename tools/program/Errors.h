@@ -4,7 +4,7 @@
 #include <exception>
 #include <string>
 
-namespace vrx {
+namespace vrx::tool {
 
 /// The exit codes of `vrx`, as its help lists them.
 enum ExitCode : int {
@@ -52,4 +52,4 @@ int RunCommand(const char* who, const Body& body) {
     }
 }
 
-} // namespace vrx
+} // namespace vrx::tool

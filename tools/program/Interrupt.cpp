@@ -3,15 +3,13 @@
 #include "tools/program/Errors.h"
 
 #include <atomic>
-#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
-#include <ctime>
 #include <limits.h>
 #include <unistd.h>
 
-namespace vrx {
+namespace vrx::tool {
 
 namespace {
 
@@ -55,19 +53,9 @@ bool Interrupted() {
     return interrupted;
 }
 
-void PauseUnlessInterrupted(int milliseconds) {
-    using Clock = std::chrono::steady_clock;
-    const auto end = Clock::now() + std::chrono::milliseconds(milliseconds);
-    // In short sleeps, because a signal may arrive just before one begins.
-    while (!Interrupted() && Clock::now() < end) {
-        const timespec step{0, 20'000'000};
-        (void)::nanosleep(&step, nullptr);
-    }
-}
-
 void RemoveOnExit(const char* path) {
     leftover[0] = '\0';
     if (path != nullptr) (void)std::snprintf(leftover, sizeof leftover, "%s", path);
 }
 
-} // namespace vrx
+} // namespace vrx::tool

@@ -1,6 +1,6 @@
 #pragma once
 
-namespace vrx {
+namespace vrx::tool {
 
 /// Ctrl-C (SIGINT) and SIGTERM in the client commands. Handlers are installed even where the caller had
 /// these signals ignored, as shells do for background jobs.
@@ -16,10 +16,7 @@ void ExitOnInterrupt(const char* who);
 /// True once a signal has arrived after `CatchInterrupts`.
 bool Interrupted();
 
-/// Sleeps until the time is up or a signal has arrived.
-void PauseUnlessInterrupted(int milliseconds);
-
 /// Names a file to remove when a signal ends the program at once; null for none.
 void RemoveOnExit(const char* path);
 
-} // namespace vrx
+} // namespace vrx::tool

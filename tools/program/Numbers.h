@@ -4,7 +4,7 @@
 #include <cstdio>
 #include <string>
 
-namespace vrx {
+namespace vrx::tool {
 
 /// "12.30" for (12.3, 2).
 inline std::string Fixed(double value, int decimals) {
@@ -31,4 +31,4 @@ inline std::string Counted(unsigned long long count, const std::string& what) {
     return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
 }
 
-} // namespace vrx
+} // namespace vrx::tool

@@ -6,7 +6,7 @@
 #include <cstring>
 #include <filesystem>
 
-namespace vrx {
+namespace vrx::tool {
 
 void OutputFile::Check(const std::string& path, bool overwrite) {
     std::error_code ignored;
@@ -26,4 +26,4 @@ void OutputFile::Finish() {
     if (!m_stream) throw Failure{kFileFailed, m_path + ": cannot be written: is the disk full?"};
 }
 
-} // namespace vrx
+} // namespace vrx::tool

@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-namespace vrx {
+namespace vrx::tool {
 
 /// A text file that a command leaves beside its main result. What was written stays, also when the command
 /// fails later.
@@ -25,4 +25,4 @@ private:
     std::ofstream m_stream;
 };
 
-} // namespace vrx
+} // namespace vrx::tool

@@ -5,7 +5,7 @@
 #include <string_view>
 #include <unistd.h>
 
-namespace vrx {
+namespace vrx::tool {
 
 /// True when what is written to this descriptor may be coloured: it is a terminal that knows colours, and the
 /// environment variable NO_COLOR is not set to anything (https://no-color.org).
@@ -23,4 +23,4 @@ inline std::string Colored(const std::string& text, Color color, bool wanted) {
     return "\033[" + std::to_string(static_cast<int>(color)) + "m" + text + "\033[0m";
 }
 
-} // namespace vrx
+} // namespace vrx::tool

@@ -2,14 +2,14 @@
 
 #include "tools/program/Numbers.h"
 
-namespace vrx {
+namespace vrx::tool {
 
 BlockCsv::BlockCsv(const std::string& path, bool overwrite, double deadline)
     : m_file(path, overwrite), m_deadline(deadline) {
     m_file.Write(Names());
 }
 
-void BlockCsv::Add(const BlockRecord& block) {
+void BlockCsv::Add(const host::BlockRecord& block) {
     m_file.Write(Row(block, m_deadline));
 }
 
@@ -17,7 +17,7 @@ std::string BlockCsv::Names() {
     return "block,due_s,sent_s,round_trip_ms,since_due_ms,missed,status,retries,average_cycles,pump_cycles\n";
 }
 
-std::string BlockCsv::Row(const BlockRecord& block, double deadline) {
+std::string BlockCsv::Row(const host::BlockRecord& block, double deadline) {
     const std::string fields[] = {std::to_string(block.number),
                                   Fixed(block.dueAt, 6),
                                   Fixed(block.sentAt, 6),
@@ -33,4 +33,4 @@ std::string BlockCsv::Row(const BlockRecord& block, double deadline) {
     return row + "\n";
 }
 
-} // namespace vrx
+} // namespace vrx::tool

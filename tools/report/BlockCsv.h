@@ -5,7 +5,7 @@
 
 #include <string>
 
-namespace vrx {
+namespace vrx::tool {
 
 /// Writes a CSV file with a line of names and then one row a block, while the run goes on.
 ///
@@ -22,15 +22,15 @@ public:
     /// deadline   milliseconds. Throws Failure as `OutputFile` does.
     BlockCsv(const std::string& path, bool overwrite, double deadline);
 
-    void Add(const BlockRecord& block);
+    void Add(const host::BlockRecord& block);
     void Finish() { m_file.Finish(); }
 
     static std::string Names();
-    static std::string Row(const BlockRecord& block, double deadline);
+    static std::string Row(const host::BlockRecord& block, double deadline);
 
 private:
     OutputFile m_file;
     double m_deadline;
 };
 
-} // namespace vrx
+} // namespace vrx::tool

@@ -5,7 +5,7 @@
 #include <cmath>
 #include <vector>
 
-namespace vrx {
+namespace vrx::tool {
 
 namespace {
 
@@ -123,4 +123,4 @@ std::string ComparisonTable(const RunFigures& a, const RunFigures& b) {
     return table;
 }
 
-} // namespace vrx
+} // namespace vrx::tool

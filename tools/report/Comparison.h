@@ -3,7 +3,7 @@
 #include <nlohmann/json.hpp>
 #include <string>
 
-namespace vrx {
+namespace vrx::tool {
 
 /// The figures of a run as `vrx pump --json` prints them.
 struct RunFigures {
@@ -41,4 +41,4 @@ Verdict Compare(const RunFigures& a, const RunFigures& b);
 /// Both runs' figures side by side with what B changed, as a table.
 std::string ComparisonTable(const RunFigures& a, const RunFigures& b);
 
-} // namespace vrx
+} // namespace vrx::tool

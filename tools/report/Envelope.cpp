@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-namespace vrx {
+namespace vrx::tool {
 
 void Envelope::Add(double low, double high) {
     if (m_count == kMostColumns * m_perColumn) JoinNeighbours();
@@ -37,4 +37,4 @@ double Envelope::Highest() const {
     return highest;
 }
 
-} // namespace vrx
+} // namespace vrx::tool

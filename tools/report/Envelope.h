@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <vector>
 
-namespace vrx {
+namespace vrx::tool {
 
 /// The lowest and highest values of a long series, in columns of equally many values each. Its memory is
 /// bounded: when there would be more than `kMostColumns`, neighbours are joined two by two.
@@ -37,4 +37,4 @@ private:
     std::uint64_t m_perColumn = 1;
 };
 
-} // namespace vrx
+} // namespace vrx::tool

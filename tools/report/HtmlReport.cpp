@@ -7,7 +7,7 @@
 #include <cmath>
 #include <utility>
 
-namespace vrx {
+namespace vrx::tool {
 
 namespace {
 
@@ -88,7 +88,7 @@ void TimeTicks(Chart& chart, const Scale& time) {
 }
 
 /// How many blocks took how long; both sides logarithmic, so that single stragglers are seen.
-std::string Distribution(const RunStatistics& statistics) {
+std::string Distribution(const host::RunStatistics& statistics) {
     const std::vector<double> sorted = statistics.SortedMilliseconds();
     if (sorted.empty()) return "";
     const double shortest = std::max(sorted.front(), 1e-6);
@@ -112,7 +112,7 @@ std::string Distribution(const RunStatistics& statistics) {
         };
         chart.Bar("blue", edge(bin), edge(bin + 1), counts[bin]);
     }
-    const BlockTimes times = statistics.Times();
+    const host::BlockTimes times = statistics.Times();
     const std::pair<const char*, double> marks[kMarks] = {{"p50 ", times.p50},
                                                           {"p95 ", times.p95},
                                                           {"p99 ", times.p99},
@@ -140,7 +140,7 @@ std::string Facts(const char* element, const char* name, const char* value,
 
 } // namespace
 
-void HtmlReport::Add(const BlockRecord& block, const std::uint32_t* in, const std::uint32_t* out,
+void HtmlReport::Add(const host::BlockRecord& block, const std::uint32_t* in, const std::uint32_t* out,
                      std::size_t frames) {
     m_roundTrip.Add(block.milliseconds);
     m_sinceDue.Add(block.sinceDue);
@@ -174,7 +174,7 @@ double HtmlReport::Seconds() const {
     return static_cast<double>(m_roundTrip.Count()) * BlockSeconds();
 }
 
-std::string HtmlReport::RoundTrips(const RunStatistics& statistics) const {
+std::string HtmlReport::RoundTrips(const host::RunStatistics& statistics) const {
     const Scale time{0, Seconds()};
     double lowest = m_roundTrip.Lowest();
     double highest = std::max(m_roundTrip.Highest(), statistics.Deadline());
@@ -235,7 +235,7 @@ std::string HtmlReport::Waveform(const char* title, const Envelope& waveform) co
     return Figure(title, "all channels; peak: " + peakText, chart);
 }
 
-std::string HtmlReport::Page(const ReportTexts& texts, const RunStatistics& statistics) const {
+std::string HtmlReport::Page(const ReportTexts& texts, const host::RunStatistics& statistics) const {
     const std::string title = EscapeMarkup(texts.title);
     std::string page = "<!DOCTYPE html>\n<html lang=\"en\" xmlns=\"http://www.w3.org/1999/xhtml\">\n<head>\n"
                        "<meta charset=\"utf-8\"/>\n"
@@ -253,4 +253,4 @@ std::string HtmlReport::Page(const ReportTexts& texts, const RunStatistics& stat
            "</table></section>\n</body>\n</html>\n";
 }
 
-} // namespace vrx
+} // namespace vrx::tool

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-namespace vrx {
+namespace vrx::tool {
 
 /// A name and its value, as the page shows them. Any text: it is escaped where it is written.
 struct ReportFact {
@@ -42,15 +42,16 @@ public:
     explicit HtmlReport(const Stream& stream) : m_stream(stream) {}
 
     /// Adds a block and `frames` frames of each side that count. A sample that is no number is drawn as 0.
-    void Add(const BlockRecord& block, const std::uint32_t* in, const std::uint32_t* out, std::size_t frames);
+    void Add(const host::BlockRecord& block, const std::uint32_t* in, const std::uint32_t* out,
+             std::size_t frames);
 
-    std::string Page(const ReportTexts& texts, const RunStatistics& statistics) const;
+    std::string Page(const ReportTexts& texts, const host::RunStatistics& statistics) const;
 
 private:
     void AddWaveform(Envelope& waveform, const std::uint32_t* words, std::size_t frames) const;
     double BlockSeconds() const;
     double Seconds() const;
-    std::string RoundTrips(const RunStatistics& statistics) const;
+    std::string RoundTrips(const host::RunStatistics& statistics) const;
     std::string Cycles() const;
     std::string Waveform(const char* title, const Envelope& waveform) const;
 
@@ -64,4 +65,4 @@ private:
     Envelope m_out;
 };
 
-} // namespace vrx
+} // namespace vrx::tool

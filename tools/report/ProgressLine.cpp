@@ -6,7 +6,7 @@
 #include <cstdio>
 #include <unistd.h>
 
-namespace vrx {
+namespace vrx::tool {
 
 ProgressLine::ProgressLine(std::uint64_t frames, int sampleRate)
     : m_shown(::isatty(STDERR_FILENO) == 1), m_frames(frames), m_sampleRate(sampleRate) {}
@@ -19,7 +19,7 @@ void ProgressLine::Show(std::uint64_t done, double seconds) {
     constexpr double kInterval = 0.1;
     if (!m_shown || seconds < m_next) return;
     m_next = seconds + kInterval;
-    const double speed = TimesRealTime(done, m_sampleRate, seconds);
+    const double speed = host::TimesRealTime(done, m_sampleRate, seconds);
     if (m_frames < done || m_frames == 0 || done == 0) { // the header did not say how long the input is
         (void)std::fprintf(stderr, "\r%.1f s, %.1f times real time\033[K", seconds, speed);
         return;
@@ -30,4 +30,4 @@ void ProgressLine::Show(std::uint64_t done, double seconds) {
                        left / 60, left % 60);
 }
 
-} // namespace vrx
+} // namespace vrx::tool

@@ -2,7 +2,7 @@
 
 #include <cstdint>
 
-namespace vrx {
+namespace vrx::tool {
 
 /// The line on a terminal that shows how far a run has come; silent elsewhere.
 class ProgressLine {
@@ -23,4 +23,4 @@ private:
     double m_next = 0;
 };
 
-} // namespace vrx
+} // namespace vrx::tool

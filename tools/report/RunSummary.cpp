@@ -2,18 +2,18 @@
 
 #include "tools/program/Numbers.h"
 
-namespace vrx {
+namespace vrx::tool {
 
 std::string RunSummary::Line() const {
-    const BlockTimes times = statistics.Times();
-    const BlockRecord& last = statistics.Last();
+    const host::BlockTimes times = statistics.Times();
+    const host::BlockRecord& last = statistics.Last();
     const std::string missed = paced ? std::to_string(statistics.Missed()) + " missed (longest run " +
                                            std::to_string(statistics.LongestMissedRun()) + "), "
                                      : "";
     return input + ": " + std::to_string(statistics.Blocks()) + " blocks of " + std::to_string(blockFrames) +
            " frames through " + server.Place() + ", " + std::to_string(frames) + " frames, " +
            std::to_string(statistics.Failed()) + " failed, " + std::to_string(statistics.Retried()) +
-           " retried, " + missed + Fixed(TimesRealTime(frames, sampleRate, seconds), 1) +
+           " retried, " + missed + Fixed(host::TimesRealTime(frames, sampleRate, seconds), 1) +
            " times real time, p50 " + Fixed(times.p50, 3) + " ms, p95 " + Fixed(times.p95, 3) + " ms, p99 " +
            Fixed(times.p99, 3) + " ms, max " + Fixed(times.max, 3) + " ms, cycles " +
            Fixed(double{last.averageCycles}, 0) + " average " + Fixed(double{last.pumpCycles}, 0) +
@@ -21,7 +21,7 @@ std::string RunSummary::Line() const {
 }
 
 nlohmann::json RunSummary::Json() const {
-    const BlockRecord& last = statistics.Last();
+    const host::BlockRecord& last = statistics.Last();
     nlohmann::json object = {
         {"input", input},
         {"output", output.empty() ? nlohmann::json() : nlohmann::json(output)},
@@ -34,7 +34,7 @@ nlohmann::json RunSummary::Json() const {
         {"sample_rate", sampleRate},
         {"failed", statistics.Failed()},
         {"retried", statistics.Retried()},
-        {"realtime_factor", TimesRealTime(frames, sampleRate, seconds)},
+        {"realtime_factor", host::TimesRealTime(frames, sampleRate, seconds)},
         {"milliseconds", TimesAsJson(statistics.Times())},
         {"cycles", {{"average", last.averageCycles}, {"pump", last.pumpCycles}}},
         {"paced", paced},
@@ -48,7 +48,7 @@ nlohmann::json RunSummary::Json() const {
     return object;
 }
 
-nlohmann::json TimesAsJson(const BlockTimes& times) {
+nlohmann::json TimesAsJson(const host::BlockTimes& times) {
     return {{"p50", times.p50},
             {"p95", times.p95},
             {"p99", times.p99},
@@ -60,4 +60,4 @@ std::string JsonLine(const nlohmann::json& value) {
     return value.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
 }
 
-} // namespace vrx
+} // namespace vrx::tool

@@ -1,21 +1,21 @@
 #pragma once
 
 #include "host/RunStatistics.h"
-#include "tools/commands/ConnectionOptions.h"
+#include "host/ServerSettings.h"
 
 #include <cstddef>
 #include <cstdint>
 #include <nlohmann/json.hpp>
 #include <string>
 
-namespace vrx {
+namespace vrx::tool {
 
 /// What the summary of a run tells, as a line and as JSON.
 struct RunSummary {
     std::string input;
     std::string output; ///< "": nothing was written
-    const ServerSettings& server;
-    const RunStatistics& statistics;
+    const host::ServerSettings& server;
+    const host::RunStatistics& statistics;
     std::size_t blockFrames = 0;
     std::uint64_t frames = 0; ///< in the output
     unsigned channels = 0;
@@ -28,9 +28,9 @@ struct RunSummary {
 };
 
 /// {"p50":..., "p95":..., "p99":..., "p99.9":..., "max":...}
-nlohmann::json TimesAsJson(const BlockTimes& times);
+nlohmann::json TimesAsJson(const host::BlockTimes& times);
 
 /// One line with its line feed. Texts are bytes (file names): what is no UTF-8 in them is replaced.
 std::string JsonLine(const nlohmann::json& value);
 
-} // namespace vrx
+} // namespace vrx::tool

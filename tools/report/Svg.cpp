@@ -6,7 +6,7 @@
 #include <cmath>
 #include <iterator>
 
-namespace vrx {
+namespace vrx::tool {
 
 namespace {
 
@@ -205,4 +205,4 @@ std::string Chart::Markup() const {
            "</svg>\n";
 }
 
-} // namespace vrx
+} // namespace vrx::tool

@@ -6,7 +6,7 @@
 #include <string_view>
 #include <vector>
 
-namespace vrx {
+namespace vrx::tool {
 
 /// Text fit for the content and the attributes of HTML and XML: markup characters become entities; control
 /// characters and what is no UTF-8 become U+FFFD.
@@ -75,4 +75,4 @@ private:
     std::string m_over;   // lines, dots and labels
 };
 
-} // namespace vrx
+} // namespace vrx::tool

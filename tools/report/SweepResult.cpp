@@ -3,7 +3,7 @@
 #include "tools/program/Numbers.h"
 #include "tools/report/RunSummary.h"
 
-namespace vrx {
+namespace vrx::tool {
 
 namespace {
 
@@ -63,4 +63,4 @@ nlohmann::json SweepJson(const SweepRow& row) {
             {"safe", row.Safe()}};
 }
 
-} // namespace vrx
+} // namespace vrx::tool

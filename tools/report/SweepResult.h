@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-namespace vrx {
+namespace vrx::tool {
 
 /// How one block size did, each block sent when it was due.
 struct SweepRow {
@@ -18,7 +18,7 @@ struct SweepRow {
     std::uint64_t failed = 0; ///< refused by the server
     std::uint64_t missed = 0;
     std::uint64_t longestMissedRun = 0;
-    BlockTimes sinceDue;
+    host::BlockTimes sinceDue;
     std::string lost; ///< why a block did not get through, which ended this size; "" when all did
 
     bool Safe() const { return blocks > 0 && failed == 0 && missed == 0 && lost.empty(); }
@@ -34,4 +34,4 @@ std::string SweepHeading();
 std::string SweepLine(const SweepRow& row);
 nlohmann::json SweepJson(const SweepRow& row);
 
-} // namespace vrx
+} // namespace vrx::tool

@@ -7,7 +7,7 @@
 #include <cstring>
 #include <initializer_list>
 
-namespace vrx {
+namespace vrx::tool {
 
 namespace {
 
@@ -194,4 +194,4 @@ const Fault* FaultDice::Roll(const std::vector<Fault>& faults, double chance) {
     return part < chance ? &faults[which] : nullptr;
 }
 
-} // namespace vrx
+} // namespace vrx::tool

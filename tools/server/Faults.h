@@ -7,7 +7,7 @@
 #include <string_view>
 #include <vector>
 
-namespace vrx {
+namespace vrx::tool {
 
 /// One way to misbehave, as `--faults` names it.
 struct Fault {
@@ -70,4 +70,4 @@ private:
     std::mt19937_64 m_random;
 };
 
-} // namespace vrx
+} // namespace vrx::tool

@@ -1,6 +1,6 @@
 #include "tools/server/LoopbackServer.h"
 
-#include "tools/commands/Commands.h"
+#include "tools/program/Errors.h"
 
 // One thread does everything here, so handlers need no fences, which the thread sanitizer cannot follow.
 #define ASIO_DISABLE_FENCED_BLOCK
@@ -16,7 +16,7 @@
 #include <string>
 #include <vector>
 
-namespace vrx {
+namespace vrx::tool {
 
 namespace {
 
@@ -183,26 +183,26 @@ void Connection::FillReply(const Request& request) {
     const size_t inWords = request.dataBytes.size() / 4;
     const size_t outWords = request.replyDataWords;
     StartReply(m_reply, outWords);
-    m_reply.resize(kReplyDataAt + std::max(inWords, outWords));
-    const auto data = std::span(m_reply).subspan(kReplyDataAt);
+    m_reply.resize(host::kReplyDataAt + std::max(inWords, outWords));
+    const auto data = std::span(m_reply).subspan(host::kReplyDataAt);
     if (inWords > 0) std::memcpy(data.data(), request.dataBytes.data(), request.dataBytes.size());
     if (!m_processor) m_processor.emplace(m_service.options.steps, m_service.options.shape);
     m_processor->Run(data.first(inWords));
     if (outWords > inWords) std::ranges::fill(data.subspan(inWords), 0U);
-    m_reply.resize(kReplyDataAt + outWords);
+    m_reply.resize(host::kReplyDataAt + outWords);
 
     const std::chrono::duration<double, std::nano> took = Clock::now() - began;
     m_blockNanoseconds += took.count();
     ++m_blocks;
-    m_reply[kReplyHeaderWords + 1] = CycleWord(m_blockNanoseconds / static_cast<double>(m_blocks));
-    m_reply[kReplyHeaderWords + 2] = CycleWord(took.count());
+    m_reply[host::kReplyHeaderWords + 1] = CycleWord(m_blockNanoseconds / static_cast<double>(m_blocks));
+    m_reply[host::kReplyHeaderWords + 2] = CycleWord(took.count());
 }
 
 void Connection::FillInfo(const Request& request) {
     const ServerOptions& options = m_service.options;
     const PinInfo pin{options.pinFrames, options.shape.channels, options.shape.format == SampleFormat::kF32};
     StartReply(m_reply, request.replyDataWords);
-    std::fill(m_reply.begin() + kReplyDataAt, m_reply.end(), PackPinInfo(pin));
+    std::fill(m_reply.begin() + host::kReplyDataAt, m_reply.end(), PackPinInfo(pin));
 }
 
 bool Connection::SendLine(std::string_view line) {
@@ -493,4 +493,4 @@ int RunLoopbackServer(const ServerOptions& options) {
     return Server(options).Run();
 }
 
-} // namespace vrx
+} // namespace vrx::tool

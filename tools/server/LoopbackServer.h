@@ -9,14 +9,14 @@
 #include <string>
 #include <vector>
 
-namespace vrx {
+namespace vrx::tool {
 
 struct ServerOptions {
     std::string bind = "127.0.0.1"; ///< a dotted IPv4 address
     uint16_t port = 0;              ///< 0: the system picks a free one
     bool quiet = false;             ///< print nothing but the line that names the port
 
-    ObjectRules rules{.layout = {}, .input = {}, .output = {}, .largestBlock = 262137};
+    ObjectRules rules{.layout = {}, .input = {}, .output = {}, .largestBlock = host::kMostWords};
     StreamShape shape;
     std::vector<ProcessStep> steps;
     uint32_t pinFrames = 0; ///< what the info words of both pins give as frames per block
@@ -39,4 +39,4 @@ struct ServerOptions {
 /// is not read from. Replies to .info1 requests and text lines are never spoilt.
 int RunLoopbackServer(const ServerOptions& options);
 
-} // namespace vrx
+} // namespace vrx::tool

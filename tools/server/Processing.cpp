@@ -8,7 +8,7 @@
 #include <numbers>
 #include <type_traits>
 
-namespace vrx {
+namespace vrx::tool {
 
 namespace {
 
@@ -153,4 +153,4 @@ void Processor::Apply(Lowpass& lowpass, std::span<uint32_t> words) {
     }
 }
 
-} // namespace vrx
+} // namespace vrx::tool

@@ -10,7 +10,7 @@
 #include <variant>
 #include <vector>
 
-namespace vrx {
+namespace vrx::tool {
 
 /// One step of processing as it is written on the command line.
 struct ProcessStep {
@@ -71,4 +71,4 @@ private:
     std::vector<Step> m_steps;
 };
 
-} // namespace vrx
+} // namespace vrx::tool

@@ -5,7 +5,7 @@
 #include <cmath>
 #include <limits>
 
-namespace vrx {
+namespace vrx::tool {
 
 namespace {
 
@@ -45,4 +45,4 @@ void WordsToFloat(const std::uint32_t* words, std::size_t count, SampleFormat ki
     for (std::size_t i = 0; i < count; ++i) out[i] = static_cast<float>(SampleFromWord(words[i], kind));
 }
 
-} // namespace vrx
+} // namespace vrx::tool

@@ -8,20 +8,16 @@
 #include <cstdio>
 #include <cstring>
 
-namespace vrx {
+namespace vrx::tool {
 
 namespace {
 
 static_assert(std::endian::native == std::endian::little, "words are copied as they stand in memory");
 
-constexpr size_t kTagBytes = 4;
 constexpr size_t kHeaderBytes = 16;
 constexpr size_t kSmallestPacket = 24; // header, reply-size word, one word of text
 constexpr size_t kFirstBuffer = 65536;
 constexpr uint32_t kInfoWords = 5;
-constexpr std::string_view kTagText("\x03\x00\xFF\x07", kTagBytes);
-constexpr std::string_view kSamples = ".samples[0]";
-constexpr std::string_view kInfo = ".info1";
 
 uint32_t WordAt(std::string_view bytes, size_t offset) {
     uint32_t word;
@@ -70,8 +66,8 @@ std::string CheckName(const char* what, std::string_view name, std::string_view 
 std::string CheckPath(std::string_view text, const ObjectRules& rules, bool& info) {
     ObjectPath path;
     if (!SplitPath(text, path)) return "object path '" + Printable(text) + "' has not three fields";
-    info = TakeSuffix(path, kInfo);
-    if (!info && !TakeSuffix(path, kSamples)) {
+    info = TakeSuffix(path, host::kInfoMember);
+    if (!info && !TakeSuffix(path, host::kSamplesMember)) {
         return "object path '" + Printable(text) + "' ends neither in .samples[0] nor in .info1 twice";
     }
     std::string error = CheckName("layout", path.layout, info ? "-1" : std::string_view(rules.layout));
@@ -122,9 +118,9 @@ std::span<char> FrameBuffer::Space() {
 
 Frame FrameBuffer::Next() {
     const std::string_view waiting(m_bytes.data() + m_begin, m_end - m_begin);
-    const size_t known = std::min(waiting.size(), kTagBytes);
-    if (waiting.substr(0, known) != kTagText.substr(0, known)) return NextLine(waiting);
-    if (waiting.size() < 2 * kTagBytes) return {};
+    const size_t known = std::min(waiting.size(), host::kPacketTagBytes.size());
+    if (waiting.substr(0, known) != host::kPacketTagBytes.substr(0, known)) return NextLine(waiting);
+    if (waiting.size() < 2 * host::kPacketTagBytes.size()) return {};
     return NextPacket(waiting);
 }
 
@@ -174,7 +170,7 @@ std::string ParseRequest(std::string_view packet, const ObjectRules& rules, Requ
     if (packet.size() % 4 != 0) {
         return "packet length " + std::to_string(packet.size()) + " is not in whole words";
     }
-    if (command != kObjectCommand) return "unknown packet command " + std::to_string(command);
+    if (command != host::kObjectCommand) return "unknown packet command " + std::to_string(command);
     const size_t textAt = kHeaderBytes + 4 * argumentWords;
     if (argumentWords == 0 || textAt >= packet.size()) {
         return "argument word count " + std::to_string(argumentWords) + " does not fit a packet of " +
@@ -188,11 +184,11 @@ std::string ParseRequest(std::string_view packet, const ObjectRules& rules, Requ
     }
     bool info = false;
     if (std::string error = CheckPath(text, rules, info); !error.empty()) return error;
-    if (replyWords < kReplyFigures) {
+    if (replyWords < host::kReplyFigures) {
         return "reply word count " + std::to_string(replyWords) + " is less than " +
-               std::to_string(kReplyFigures);
+               std::to_string(host::kReplyFigures);
     }
-    const size_t block = std::max<size_t>(argumentWords - 1, replyWords - kReplyFigures);
+    const size_t block = std::max<size_t>(argumentWords - 1, replyWords - host::kReplyFigures);
     if (block > rules.largestBlock) {
         return "block of " + std::to_string(block) + " words exceeds the limit of " +
                std::to_string(rules.largestBlock);
@@ -202,7 +198,7 @@ std::string ParseRequest(std::string_view packet, const ObjectRules& rules, Requ
     }
     request.info = info;
     request.dataBytes = packet.substr(kHeaderBytes + 4, 4 * (argumentWords - 1));
-    request.replyDataWords = replyWords - static_cast<uint32_t>(kReplyFigures);
+    request.replyDataWords = replyWords - static_cast<uint32_t>(host::kReplyFigures);
     return {};
 }
 
@@ -216,12 +212,12 @@ uint32_t CycleWord(double nanoseconds) {
 }
 
 void StartReply(std::vector<uint32_t>& reply, size_t dataWords) {
-    reply.resize(kReplyDataAt + dataWords);
-    reply[0] = kPacketTag;
+    reply.resize(host::kReplyDataAt + dataWords);
+    reply[0] = host::kPacketTag;
     reply[1] = static_cast<uint32_t>(reply.size() * 4);
-    reply[2] = static_cast<uint32_t>(kReplyFigures + dataWords);
-    reply[3] = kObjectCommand;
-    std::fill_n(reply.begin() + kReplyHeaderWords, kReplyFigures, 0);
+    reply[2] = static_cast<uint32_t>(host::kReplyFigures + dataWords);
+    reply[3] = host::kObjectCommand;
+    std::fill_n(reply.begin() + host::kReplyHeaderWords, host::kReplyFigures, 0);
 }
 
 std::string AnswerLine(std::string_view line, const ServerFigures& figures) {
@@ -243,4 +239,4 @@ std::string Printable(std::string_view text) {
     return result;
 }
 
-} // namespace vrx
+} // namespace vrx::tool

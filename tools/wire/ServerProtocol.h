@@ -1,5 +1,7 @@
 #pragma once
 
+#include "host/Packet.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <span>
@@ -7,31 +9,12 @@
 #include <string_view>
 #include <vector>
 
-namespace vrx {
+namespace vrx::tool {
 
 /// The wire as a server sees it: what a client sends cut into text lines and packets, packets checked,
-/// replies built. Nothing here touches a socket.
-///
-/// A request packet, in little-endian 32-bit words:
-///
-///     offset 0    tag, 0x07FF0003
-///            4    length of the whole packet in bytes
-///            8    argument words: the reply-size word and the data words
-///           12    command, 0x3A
-///           16    reply words: status, two cycle words and the data words asked for
-///           20    data words
-///           ...   "LAYOUT,INPUT.samples[0],OUTPUT.samples[0]" or "-1,INPUT.info1,OUTPUT.info1",
-///                 ended and padded to a whole word by one to four zero bytes
-///
-/// A reply packet: tag, length in bytes, reply words, command, then the reply words themselves.
+/// replies built. Nothing here touches a socket. How packets are laid out: host/Packet.h.
 
-inline constexpr uint32_t kPacketTag = 0x07FF0003;
-inline constexpr uint32_t kObjectCommand = 0x3A;
 inline constexpr size_t kLargestLine = 65536;
-inline constexpr size_t kReplyHeaderWords = 4;
-/// Status, average cycles and pump cycles: every reply carries them in front of its data words.
-inline constexpr size_t kReplyFigures = 3;
-inline constexpr size_t kReplyDataAt = kReplyHeaderWords + kReplyFigures;
 
 struct Frame {
     enum Kind {
@@ -122,4 +105,4 @@ std::string AnswerLine(std::string_view line, const ServerFigures& figures);
 /// replaced by '.'.
 std::string Printable(std::string_view text);
 
-} // namespace vrx
+} // namespace vrx::tool

@@ -7,6 +7,7 @@
 namespace {
 
 using namespace vrx;
+using namespace vrx::tool;
 
 ConnectionOptions WithPort() {
     ConnectionOptions options;
@@ -26,7 +27,7 @@ std::string WrongUsage(const ConnectionOptions& options) {
 }
 
 TEST(ResolveServer, FillsInWhatIsNotGiven) {
-    const ServerSettings server = ResolveServer(WithPort());
+    const host::ServerSettings server = ResolveServer(WithPort());
     EXPECT_EQ(server.args, "server=127.0.0.1,servport=7000,clport=0,input=In,output=Out,layout=Main");
     EXPECT_EQ(server.Place(), "127.0.0.1:7000");
 }
@@ -39,7 +40,7 @@ TEST(ResolveServer, PutsEveryOptionIntoTheLine) {
     options.input = "Mic one";
     options.output = "a=b";
     options.layout = "L";
-    const ServerSettings server = ResolveServer(options);
+    const host::ServerSettings server = ResolveServer(options);
     EXPECT_EQ(server.args, "server=studio,servport=65535,clport=-1,input=Mic one,output=a=b,layout=L");
     EXPECT_EQ(server.input, "Mic one");
     EXPECT_EQ(server.output, "a=b");
@@ -49,7 +50,7 @@ TEST(ResolveServer, PutsEveryOptionIntoTheLine) {
 TEST(ResolveServer, TakesAWholeLineAsItIs) {
     ConnectionOptions options;
     options.args = " layout = M , extra=1,input=I,output=O,clport=2,servport=7001x,server=10.0.0.5";
-    const ServerSettings server = ResolveServer(options);
+    const host::ServerSettings server = ResolveServer(options);
     EXPECT_EQ(server.args, options.args);
     EXPECT_EQ(server.Place(), "10.0.0.5:7001");
 }
@@ -78,25 +79,6 @@ TEST(ResolveServer, RefusesValuesThatTheListCannotCarry) {
         EXPECT_NE(WrongUsage(options).find("--input '" + value + "'"), std::string::npos)
             << WrongUsage(options);
     }
-}
-
-TEST(FramesPerSegment, LetsRequestAndReplyFit1460Bytes) {
-    ServerSettings server;
-    server.layout = "Main";
-    server.input = "In";
-    server.output = "Out";
-    // The path has 33 characters, so 36 bytes: 20 + 36 + 4 * 351 is 1460 exactly.
-    EXPECT_EQ(FramesPerSegment(server, 1), 351U);
-    EXPECT_EQ(FramesPerSegment(server, 2), 175U);
-    EXPECT_EQ(FramesPerSegment(server, 351), 1U);
-    EXPECT_EQ(FramesPerSegment(server, 1000), 1U) << "never less than one frame";
-
-    server.layout = "Mains"; // 34 characters take 36 bytes, too
-    EXPECT_EQ(FramesPerSegment(server, 1), 351U);
-    server.layout = "Main4567"; // 37 characters take 40
-    EXPECT_EQ(FramesPerSegment(server, 1), 350U);
-    server.layout = std::string(5000, 'x');
-    EXPECT_EQ(FramesPerSegment(server, 1), 1U);
 }
 
 } // namespace

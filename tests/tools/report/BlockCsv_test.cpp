@@ -6,9 +6,10 @@
 namespace {
 
 using namespace vrx;
+using namespace vrx::tool;
 
 TEST(BlockCsv, WritesEachFieldInItsColumn) {
-    BlockRecord block;
+    host::BlockRecord block;
     block.number = 7;
     block.dueAt = 1.5;
     block.sentAt = 1.625;

@@ -4,7 +4,7 @@
 
 namespace {
 
-using namespace vrx;
+using namespace vrx::tool;
 
 RunFigures Good() {
     RunFigures run;

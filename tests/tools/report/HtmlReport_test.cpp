@@ -8,15 +8,16 @@
 namespace {
 
 using namespace vrx;
+using namespace vrx::tool;
 
 class Report : public testing::Test {
 protected:
     HtmlReport m_report{{SampleFormat::kF32, 1, 8000, 80, true}};
-    RunStatistics m_statistics{10};
+    host::RunStatistics m_statistics{10};
     ReportTexts m_texts{"title", "verdict", true, {{"Blocks", "1"}}, {{"Server", "a:1"}}};
 
     void Add(double milliseconds, int result = 0, unsigned retries = 0) {
-        BlockRecord block;
+        host::BlockRecord block;
         block.number = m_statistics.Blocks() + 1;
         block.milliseconds = block.sinceDue = milliseconds;
         block.result = result;
@@ -83,7 +84,7 @@ TEST_F(Report, DrawsWhatIsNoNumberAndWhatIsHuge) {
                              -std::numeric_limits<float>::infinity(), 3e38F};
     std::vector<std::uint32_t> words;
     for (const float sample : samples) words.push_back(std::bit_cast<std::uint32_t>(sample));
-    BlockRecord block;
+    host::BlockRecord block;
     block.milliseconds = 1;
     m_report.Add(block, words.data(), words.data(), words.size());
     m_statistics.Add(block);

@@ -6,7 +6,7 @@
 
 namespace {
 
-using namespace vrx;
+using namespace vrx::tool;
 
 TEST(Brief, KeepsThreeDigitsThatMatter) {
     struct Case {

@@ -5,6 +5,7 @@
 namespace {
 
 using namespace vrx;
+using namespace vrx::tool;
 
 SweepRow Row(std::size_t frames, std::uint64_t missed, std::uint64_t failed = 0, const char* lost = "") {
     SweepRow row;

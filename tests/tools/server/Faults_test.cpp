@@ -6,8 +6,8 @@ namespace {
 
 using namespace std::string_literals;
 using namespace std::chrono_literals;
-using vrx::Fault;
-using vrx::FaultStep;
+using vrx::tool::Fault;
+using vrx::tool::FaultStep;
 
 struct ParseCase {
     const char* text;
@@ -36,7 +36,7 @@ TEST(ParseFaults, ReadsEachScenario) {
     for (const ParseCase& c : kFaults) {
         SCOPED_TRACE(c.text);
         std::vector<Fault> faults;
-        ASSERT_EQ(vrx::ParseFaults(c.text, faults), "");
+        ASSERT_EQ(vrx::tool::ParseFaults(c.text, faults), "");
         ASSERT_EQ(faults.size(), 1U);
         EXPECT_EQ(faults[0].kind, c.kind);
         EXPECT_EQ(faults[0].bytes, c.bytes);
@@ -46,7 +46,7 @@ TEST(ParseFaults, ReadsEachScenario) {
 
 TEST(ParseFaults, ReadsAList) {
     std::vector<Fault> faults;
-    ASSERT_EQ(vrx::ParseFaults("reset,cut=20,reset", faults), "");
+    ASSERT_EQ(vrx::tool::ParseFaults("reset,cut=20,reset", faults), "");
     ASSERT_EQ(faults.size(), 3U);
     EXPECT_EQ(faults[1].kind, Fault::kCut);
     EXPECT_EQ(faults[1].bytes, 20U);
@@ -59,14 +59,14 @@ TEST(ParseFaults, NamesTheFirstBadScenario) {
                             "late=3601s", "late=99999999999s", "text ", "Reset"}) {
         SCOPED_TRACE(bad);
         std::vector<Fault> faults(1);
-        EXPECT_EQ(vrx::ParseFaults("reset,"s + bad, faults),
+        EXPECT_EQ(vrx::tool::ParseFaults("reset,"s + bad, faults),
                   "'"s + bad + "' is not a fault; --faults help lists them");
         EXPECT_EQ(faults.size(), 1U);
     }
 }
 
 TEST(DescribeFaults, NamesEveryScenario) {
-    const std::string text = "\n" + vrx::DescribeFaults();
+    const std::string text = "\n" + vrx::tool::DescribeFaults();
     for (const ParseCase& c : kFaults) {
         const std::string name = std::string(c.text).substr(0, std::string(c.text).find('='));
         EXPECT_NE(text.find("\n" + name), text.npos) << name;
@@ -82,7 +82,7 @@ const std::string kRest = "\x04\x00\x00\x00\x3A\x00\x00\x00"
 /// Steps as one text: bytes as they are, the rest as <what>.
 std::string Play(const Fault& fault) {
     std::string played;
-    for (const FaultStep& step : vrx::PlanFault(fault, kReply)) {
+    for (const FaultStep& step : vrx::tool::PlanFault(fault, kReply)) {
         switch (step.kind) {
         case FaultStep::kSend:
             played += step.bytes;
@@ -141,14 +141,14 @@ TEST(PlanFault, SpoilsTheReply) {
 }
 
 TEST(PlanFault, EndlessTextHasNoLineEnd) {
-    const auto steps = vrx::PlanFault({Fault::kEndlessText, 0, 0ms}, kReply);
+    const auto steps = vrx::tool::PlanFault({Fault::kEndlessText, 0, 0ms}, kReply);
     EXPECT_EQ(steps.at(0).bytes.find_first_not_of('x'), std::string::npos);
 }
 
 /// The scenario each of the next `count` replies gets, '-' for none.
 std::string Rolls(uint64_t seed, uint64_t connection, double chance, size_t count = 64) {
     const std::vector<Fault> faults{{Fault::kReset, 0, 0ms}, {Fault::kText, 0, 0ms}};
-    vrx::FaultDice dice(seed, connection);
+    vrx::tool::FaultDice dice(seed, connection);
     std::string rolls;
     while (rolls.size() < count) {
         const Fault* fault = dice.Roll(faults, chance);
@@ -174,7 +174,7 @@ TEST(FaultDice, KeepsToTheChance) {
 }
 
 TEST(FaultDice, HasNothingToRollWithoutFaults) {
-    vrx::FaultDice dice(1, 1);
+    vrx::tool::FaultDice dice(1, 1);
     EXPECT_EQ(dice.Roll({}, 1), nullptr);
 }
 

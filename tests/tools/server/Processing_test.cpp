@@ -7,10 +7,10 @@
 
 namespace {
 
-using vrx::Processor;
-using vrx::ProcessStep;
-using vrx::SampleFormat;
-using vrx::StreamShape;
+using vrx::tool::Processor;
+using vrx::tool::ProcessStep;
+using vrx::tool::SampleFormat;
+using vrx::tool::StreamShape;
 
 constexpr StreamShape kFloats{SampleFormat::kF32, 1, 48000};
 constexpr StreamShape kIntegers{SampleFormat::kS32, 1, 48000};
@@ -55,7 +55,7 @@ TEST(ParseStep, ReadsEachStep) {
     for (const StepCase& c : kSteps) {
         SCOPED_TRACE(c.text);
         ProcessStep step;
-        EXPECT_EQ(vrx::ParseStep(c.text, {}, step), "");
+        EXPECT_EQ(vrx::tool::ParseStep(c.text, {}, step), "");
         EXPECT_EQ(step.kind, c.kind);
         EXPECT_EQ(step.value, c.value);
     }
@@ -85,7 +85,7 @@ TEST(ParseStep, SaysWhatIsWrong) {
     for (const BadStepCase& c : kBadSteps) {
         SCOPED_TRACE(c.text);
         ProcessStep step{ProcessStep::kGain, 7};
-        EXPECT_EQ(vrx::ParseStep(c.text, {}, step), c.error);
+        EXPECT_EQ(vrx::tool::ParseStep(c.text, {}, step), c.error);
         EXPECT_EQ(step.value, 7);
     }
 }

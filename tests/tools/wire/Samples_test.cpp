@@ -7,7 +7,7 @@
 
 namespace {
 
-using namespace vrx;
+using namespace vrx::tool;
 
 std::uint32_t Word(float value) {
     return std::bit_cast<std::uint32_t>(value);

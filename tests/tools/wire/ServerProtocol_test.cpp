@@ -7,8 +7,8 @@
 namespace {
 
 using namespace std::string_literals;
-using vrx::Frame;
-using vrx::FrameBuffer;
+using vrx::tool::Frame;
+using vrx::tool::FrameBuffer;
 
 constexpr size_t kLargestPacket = 256;
 
@@ -131,19 +131,19 @@ TEST(FrameBuffer, TakesPacketsUpToItsLimit) {
     EXPECT_LE(frames.Space().size(), kLarge);
 }
 
-const vrx::ObjectRules kAnything{.layout = "", .input = "", .output = "", .largestBlock = 8};
+const vrx::tool::ObjectRules kAnything{.layout = "", .input = "", .output = "", .largestBlock = 8};
 
 TEST(ParseRequest, ReadsABlock) {
-    vrx::Request request;
-    ASSERT_EQ(vrx::ParseRequest(kPump, kAnything, request), "");
+    vrx::tool::Request request;
+    ASSERT_EQ(vrx::tool::ParseRequest(kPump, kAnything, request), "");
     EXPECT_FALSE(request.info);
     EXPECT_EQ(request.dataBytes, "\x01\x02\x03\x04\x0A\x06\x07\x08");
     EXPECT_EQ(request.replyDataWords, 2U);
 }
 
 TEST(ParseRequest, ReadsAQuestionForPins) {
-    vrx::Request request;
-    ASSERT_EQ(vrx::ParseRequest(kPins, kAnything, request), "");
+    vrx::tool::Request request;
+    ASSERT_EQ(vrx::tool::ParseRequest(kPins, kAnything, request), "");
     EXPECT_TRUE(request.info);
     EXPECT_EQ(request.replyDataWords, 2U);
 }
@@ -152,8 +152,8 @@ TEST(ParseRequest, TakesEmptyNamesAndEmptyBlocks) {
     const std::string packet =
         "\x03\x00\xFF\x07\x30\x00\x00\x00\x01\x00\x00\x00\x3A\x00\x00\x00\x03\x00\x00\x00"
         ",.samples[0],.samples[0]\0\0\0\0"s;
-    vrx::Request request;
-    ASSERT_EQ(vrx::ParseRequest(packet, kAnything, request), "");
+    vrx::tool::Request request;
+    ASSERT_EQ(vrx::tool::ParseRequest(packet, kAnything, request), "");
     EXPECT_EQ(request.dataBytes, "");
     EXPECT_EQ(request.replyDataWords, 0U);
 }
@@ -211,44 +211,45 @@ const RequestCase kBadRequests[] = {
 TEST(ParseRequest, SaysWhatIsWrong) {
     for (const RequestCase& c : kBadRequests) {
         SCOPED_TRACE(c.name);
-        vrx::Request request;
+        vrx::tool::Request request;
         request.replyDataWords = 77;
-        EXPECT_EQ(vrx::ParseRequest(c.packet, kAnything, request), c.error);
+        EXPECT_EQ(vrx::tool::ParseRequest(c.packet, kAnything, request), c.error);
         EXPECT_EQ(request.replyDataWords, 77U);
     }
 }
 
 TEST(ParseRequest, ChecksTheNamesItWasGiven) {
-    vrx::Request request;
-    EXPECT_EQ(vrx::ParseRequest(kPump, {"Main", "In", "Out", 8}, request), "");
-    EXPECT_EQ(vrx::ParseRequest(kPump, {"Other", "In", "Out", 8}, request), "unknown layout 'Main'");
-    EXPECT_EQ(vrx::ParseRequest(kPump, {"Main", "in", "Out", 8}, request), "unknown input 'In'");
-    EXPECT_EQ(vrx::ParseRequest(kPump, {"Main", "In", "Ou", 8}, request), "unknown output 'Out'");
-    EXPECT_EQ(vrx::ParseRequest(kPins, {"Main", "In", "Out", 8}, request), ""); // -1 stands for any layout
+    vrx::tool::Request request;
+    EXPECT_EQ(vrx::tool::ParseRequest(kPump, {"Main", "In", "Out", 8}, request), "");
+    EXPECT_EQ(vrx::tool::ParseRequest(kPump, {"Other", "In", "Out", 8}, request), "unknown layout 'Main'");
+    EXPECT_EQ(vrx::tool::ParseRequest(kPump, {"Main", "in", "Out", 8}, request), "unknown input 'In'");
+    EXPECT_EQ(vrx::tool::ParseRequest(kPump, {"Main", "In", "Ou", 8}, request), "unknown output 'Out'");
+    EXPECT_EQ(vrx::tool::ParseRequest(kPins, {"Main", "In", "Out", 8}, request),
+              ""); // -1 stands for any layout
 }
 
 TEST(PackPinInfo, PutsEachValueIntoItsBits) {
-    EXPECT_EQ(vrx::PackPinInfo({3, 2, true}), 0x08000C02U);
-    EXPECT_EQ(vrx::PackPinInfo({131071, 1023, false}), 0x07FFFFFFU);
-    EXPECT_EQ(vrx::PackPinInfo({0, 0, true}), 0x08000000U);
-    EXPECT_EQ(vrx::PackPinInfo({480, 2, false}), 0x00078002U);
+    EXPECT_EQ(vrx::tool::PackPinInfo({3, 2, true}), 0x08000C02U);
+    EXPECT_EQ(vrx::tool::PackPinInfo({131071, 1023, false}), 0x07FFFFFFU);
+    EXPECT_EQ(vrx::tool::PackPinInfo({0, 0, true}), 0x08000000U);
+    EXPECT_EQ(vrx::tool::PackPinInfo({480, 2, false}), 0x00078002U);
 }
 
 TEST(CycleWord, HasEightFractionBitsAndStaysPositive) {
-    EXPECT_EQ(vrx::CycleWord(0), 0U);
-    EXPECT_EQ(vrx::CycleWord(-1), 0U);
-    EXPECT_EQ(vrx::CycleWord(16), 0x00001000U);
-    EXPECT_EQ(vrx::CycleWord(16.9), 0x00001000U);
-    EXPECT_EQ(vrx::CycleWord(8388607), 0x7FFFFF00U);
-    EXPECT_EQ(vrx::CycleWord(1e12), 0x7FFFFF00U);
+    EXPECT_EQ(vrx::tool::CycleWord(0), 0U);
+    EXPECT_EQ(vrx::tool::CycleWord(-1), 0U);
+    EXPECT_EQ(vrx::tool::CycleWord(16), 0x00001000U);
+    EXPECT_EQ(vrx::tool::CycleWord(16.9), 0x00001000U);
+    EXPECT_EQ(vrx::tool::CycleWord(8388607), 0x7FFFFF00U);
+    EXPECT_EQ(vrx::tool::CycleWord(1e12), 0x7FFFFF00U);
 }
 
 TEST(StartReply, WritesTheHeader) {
     std::vector<uint32_t> reply(3, 0xFFFFFFFF);
-    vrx::StartReply(reply, 2);
+    vrx::tool::StartReply(reply, 2);
     // tag, bytes, reply words, command, status, two cycle words, two data words
     EXPECT_EQ(reply, (std::vector<uint32_t>{0x07FF0003, 36, 5, 0x3A, 0, 0, 0, 0, 0}));
-    vrx::StartReply(reply, 0);
+    vrx::tool::StartReply(reply, 0);
     EXPECT_EQ(reply, (std::vector<uint32_t>{0x07FF0003, 28, 3, 0x3A, 0, 0, 0}));
 }
 
@@ -280,7 +281,7 @@ const LineCase kLines[] = {
 TEST(AnswerLine, AnswersEachCommand) {
     for (const LineCase& c : kLines) {
         SCOPED_TRACE(c.line);
-        EXPECT_EQ(vrx::AnswerLine(c.line, {3, 12345678901, 2, 1.5}), c.answer);
+        EXPECT_EQ(vrx::tool::AnswerLine(c.line, {3, 12345678901, 2, 1.5}), c.answer);
     }
 }
 

@@ -1,0 +1,42 @@
+#include "tools/commands/Client.h"
+
+#include "tools/program/Errors.h"
+#include "tools/program/Interrupt.h"
+
+#include <utility>
+
+namespace vrx::tool {
+
+namespace {
+
+std::shared_ptr<host::Plugin> LoadPlugin(const std::string& path) {
+    std::string error;
+    std::shared_ptr<host::Plugin> plugin = host::Plugin::Load(path, error);
+    if (!plugin) throw Failure{kFileFailed, error};
+    return plugin;
+}
+
+} // namespace
+
+Client::Client(const ConnectionOptions& options) : Client(ResolveServer(options), options.plugin) {}
+
+Client::Client(host::ServerSettings server, const std::string& plugin)
+    : m_plugin(LoadPlugin(plugin)),
+      m_session(std::move(server), {[this] { return m_plugin->CreateTalker(); },
+                                    [this] { return m_output.TakeLines(); }, Interrupted}) {}
+
+void Client::Connect() {
+    if (!m_session.Connect()) FailToConnect();
+}
+
+void Client::Reconnect(int result) {
+    if (!m_session.Reconnect(result)) FailToConnect();
+}
+
+void Client::FailToConnect() const {
+    const std::string place = Server().Place();
+    if (Interrupted()) throw Failure{kInterrupted, "interrupted while connecting to " + place};
+    throw Failure{kCannotConnect, "cannot connect to " + place + ": " + m_session.WhyNotConnected()};
+}
+
+} // namespace vrx::tool

@@ -1,0 +1,44 @@
+#pragma once
+
+#include "host/Plugin.h"
+#include "host/Session.h"
+#include "tools/commands/ConnectionOptions.h"
+#include "tools/program/CapturedOutput.h"
+
+#include <memory>
+#include <string>
+#include <string_view>
+
+namespace vrx::tool {
+
+/// What a client command works with: the plug-in, a session with its server, and standard output without the talker's
+/// lines in it. One at a time, since standard output is the process's.
+class Client {
+public:
+    /// Loads the plug-in. Throws Failure for wrong options, or when there is no plug-in. Nothing touches the
+    /// network yet.
+    explicit Client(const ConnectionOptions& options);
+
+    /// Connects. Throws Failure (cannot connect, or interrupted).
+    void Connect();
+
+    /// After a transport fault with this result; throws Failure as `Connect` does.
+    void Reconnect(int result);
+
+    host::Session& Session() { return m_session; }
+    const host::ServerSettings& Server() const { return m_session.Server(); }
+    const std::string& PluginFile() const { return m_plugin->File(); }
+
+    /// Writes to the program's standard output. Throws Failure when that fails.
+    void Print(std::string_view text) const { m_output.Print(text); }
+
+private:
+    Client(host::ServerSettings server, const std::string& plugin);
+    [[noreturn]] void FailToConnect() const;
+
+    std::shared_ptr<host::Plugin> m_plugin;
+    CapturedOutput m_output;
+    host::Session m_session;
+};
+
+} // namespace vrx::tool
