@@ -4,6 +4,7 @@ add_executable(channel_tests
   tcpio/CTcpIOTalk_test.cpp
   talker/CVRXTalker_impl_test.cpp
   tcpio/Expiry_test.cpp
+  tcpio/internal/HostTable_test.cpp
   support/ScriptedServer.cpp
   support/SystemCalls.cpp
 )
@@ -24,7 +25,12 @@ target_link_libraries(talker_double_tests PRIVATE vrx_build_options GTest::gtest
 gtest_discover_tests(talker_double_tests DISCOVERY_TIMEOUT 60)
 
 # Sees the exports only: linked with, and loading, the shared library.
-add_executable(abi_tests library/Abi_test.cpp library/Signatures_test.cpp)
+add_executable(abi_tests
+  library/Abi_test.cpp
+  library/ProcessEdges_test.cpp
+  library/Signatures_test.cpp
+  support/ScriptedServer.cpp
+)
 target_compile_definitions(abi_tests PRIVATE VRX_PLUGIN="${PROJECT_BINARY_DIR}/VRX_talker_norvo.so")
 target_link_libraries(abi_tests PRIVATE VRX_talker_norvo vrx_build_options GTest::gtest_main ${CMAKE_DL_LIBS})
 gtest_discover_tests(abi_tests DISCOVERY_TIMEOUT 60)
@@ -47,6 +53,11 @@ if(NOT VRX_SANITIZE)
   set_target_properties(unload_tests PROPERTIES ENABLE_EXPORTS ON)
   add_dependencies(unload_tests VRX_talker_norvo)
   gtest_discover_tests(unload_tests DISCOVERY_TIMEOUT 60)
+
+  # Sanitizers make frames of their own.
+  add_executable(small_stack_tests library/SmallStack_test.cpp)
+  target_link_libraries(small_stack_tests PRIVATE VRX_talker_norvo vrx_build_options GTest::gtest_main)
+  gtest_discover_tests(small_stack_tests DISCOVERY_TIMEOUT 60)
 endif()
 
 # Fails each allocation of each operation in turn.

@@ -6,6 +6,7 @@
 #include <dlfcn.h>
 #include <fstream>
 #include <gtest/gtest.h>
+#include <malloc.h>
 #include <memory>
 #include <unistd.h>
 
@@ -58,11 +59,14 @@ TEST(Unload, FiveHundredTimesInOneProcessWithTheWatchdogStarted) {
     }));
     OneRound(server.Port()); // the system's own lazy allocations
     const Mappings before = CountMappings();
+    const size_t heapBefore = mallinfo2().uordblks;
     EXPECT_EQ(before.plugIn, 0); // it really is gone
     for (int round = 0; round < kRounds; ++round) OneRound(server.Port());
+    const size_t heapAfter = mallinfo2().uordblks;
     const Mappings after = CountMappings();
     EXPECT_EQ(after.plugIn, 0);
-    EXPECT_LE(after.all, before.all + 4); // a cached thread stack more or less
+    EXPECT_LE(after.all, before.all + 4);            // a cached thread stack more or less
+    EXPECT_LT(heapAfter, heapBefore + 16 * kRounds); // less than the smallest block for each round
 }
 
 } // namespace
