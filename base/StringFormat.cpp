@@ -82,13 +82,17 @@ std::optional<tm> LocalTime(time_t time) {
     return local;
 }
 
-/// Inlined into its two callers: one call less is a twentieth of a short text's time.
-[[gnu::always_inline]] inline std::string Rendered(const char* format, va_list args) {
-    if (format == nullptr || *format == '\0') return {};
-    char buffer[kBufferSize];
+/// The C library's rendering of any format.
+std::string Rendered(const char* format, va_list args) {
+    char buffer[kBufferSize +
+                1]; // one more than is ever returned, to tell a text that just fits from one too long
+    char& pastLongest = buffer[kBufferSize];
     buffer[0] = '\0';
+    pastLongest = 'x';
     const int length = std::vsnprintf(buffer, sizeof buffer, format, args);
-    const bool tooLong = length < 0 ? errno == EOVERFLOW : static_cast<size_t>(length) >= sizeof buffer;
+    // A conversion that fails gives no length: behind too long a text it has put the terminating zero at the very end.
+    const bool tooLong =
+        length < 0 ? errno == EOVERFLOW || pastLongest == '\0' : static_cast<size_t>(length) >= kBufferSize;
     if (tooLong) std::abort(); // never a shortened text
     return buffer;
 }
@@ -98,12 +102,13 @@ std::optional<tm> LocalTime(time_t time) {
 std::string Format(const char* format, ...) {
     va_list args;
     va_start(args, format);
-    std::string text = Rendered(format, args);
+    std::string text = FormatV(format, args);
     va_end(args);
     return text;
 }
 
 std::string FormatV(const char* format, va_list args) {
+    if (format == nullptr || *format == '\0') return {};
     return Rendered(format, args);
 }
 

@@ -54,6 +54,8 @@ TEST(Format, Gives65535CharactersWhole) {
     const std::string text(65'535, 'x');
     EXPECT_EQ(Format("%s", text.c_str()), text);
     EXPECT_EQ(Format("%65535d", 7), std::string(65'534, ' ') + "7");
+    EXPECT_EQ(Format("%65535d%lc", 7, wint_t{0x20AC}),
+              std::string(65'534, ' ') + "7"); // the second one fails
 }
 
 TEST(FormatDeathTest, EndsTheProcessOnLongerOutput) {
@@ -61,8 +63,25 @@ TEST(FormatDeathTest, EndsTheProcessOnLongerOutput) {
     const auto aborted = testing::KilledBySignal(SIGABRT);
     EXPECT_EXIT((void)Format("%s", text.c_str()), aborted, "");
     EXPECT_EXIT((void)Format("%100000d", 7), aborted, "");
+    EXPECT_EXIT((void)Format("%65536d%lc", 7, wint_t{0x20AC}), aborted, ""); // the second one fails
+    EXPECT_EXIT((void)Format("%70000d%lc", 1, wint_t{0x20AC}), aborted, "");
+    EXPECT_EXIT((void)Format("%c%s", 0, text.c_str()), aborted, ""); // though all that shows is an empty text
     const char* volatile moreThanAnIntCounts = "%2147483648d"; // unseen by the compiler, which would warn
     EXPECT_EXIT((void)Format(moreThanAnIntCounts, 7), aborted, "");
+}
+
+#if defined(__OPTIMIZE__) && _FORTIFY_SOURCE > 0
+TEST(FormatDeathTest, EndsTheProcessOnAWritableFormatThatWrites) {
+    char format[] = "%n";
+    int count = 0;
+    EXPECT_EXIT((void)Format(format, &count), testing::KilledBySignal(SIGABRT), "");
+}
+#endif
+
+TEST(Format, CountsWhatItHasPut) {
+    int count = 0;
+    EXPECT_EQ(Format("ab%ncd", &count), "abcd");
+    EXPECT_EQ(count, 2);
 }
 
 class Times : public testing::Test {
