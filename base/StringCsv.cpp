@@ -46,14 +46,15 @@ bool NeedsQuotes(std::string_view field, char separator, char quote) {
     return found != 0;
 }
 
-/// Carriage returns are dropped, since a reader restores them in front of line feeds.
+/// Carriage returns are dropped, since a reader restores them in front of line feeds, even where one is the quote.
 char* PutQuoted(char* end, std::string_view field, char quote) {
     *end++ = quote;
     for (const char c : field) {
+        const bool kept = c != '\r';
         *end = quote; // stays if the byte has to be doubled: no branch that could be mispredicted
-        end += c == quote;
+        end += kept & (c == quote);
         *end = c;
-        end += c != '\r';
+        end += kept;
     }
     *end++ = quote;
     return end;

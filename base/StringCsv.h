@@ -32,10 +32,10 @@ VRX_EXPORT int ReadCSVField(std::string& field, const char*& cursor, bool trim, 
 /// field        null is an empty field
 /// forceQuote   quotes the field even if it holds neither the separator nor the quote nor a CR
 ///
-/// In a quoted field quotes are doubled and CRs dropped (ReadCSVField restores them in front of LFs). A row
-/// of one empty field is two quotes, so that it is no empty line; a second field clears that mark, so that
-/// the row then begins with the separator. It also clears two quotes that a first field of forced quotes
-/// left. May be called from any thread.
+/// In a quoted field CRs are dropped (ReadCSVField restores them in front of LFs), even where a CR is the
+/// quote, and quotes are doubled. A row of one empty field is two quotes, so that it is no empty line; a
+/// second field clears that mark, so that the row then begins with the separator. It also clears two quotes
+/// that a first field of forced quotes left. May be called from any thread.
 VRX_EXPORT int AddCSVField(std::string& row, const char* field, bool forceQuote, char separator, char quote);
 
 /// The same for a field in a string, which ends at its first NUL.

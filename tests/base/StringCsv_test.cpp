@@ -218,6 +218,22 @@ TEST(AddCSVField, SeparatorAndQuoteAreTheCallers) {
     EXPECT_EQ(row, "''");
 }
 
+TEST(AddCSVField, ACrIsDroppedEvenWhereItIsTheQuote) {
+    const struct {
+        const char* field;
+        bool forceQuote;
+        const char* want;
+    } cases[] = {
+        {"a", false, "a"},     {"a\rb", false, "\rab\r"}, {"a", true, "\ra\r"},
+        {"\r", false, "\r\r"}, {"\r\r", false, "\r\r"},   {"a\r\nb,\r", false, "\ra\nb,\r"},
+    };
+    for (const auto& c : cases) {
+        std::string row;
+        String::AddCSVField(row, c.field, c.forceQuote, ',', '\r');
+        EXPECT_EQ(row, c.want);
+    }
+}
+
 TEST(AddCSVField, TheEmptyRowMarkIsThatOfTheCallsQuote) {
     std::string row = "''";
     String::AddCSVField(row, "a", false, ',', '"');
