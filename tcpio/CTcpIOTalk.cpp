@@ -71,10 +71,16 @@ void* RunWatchdog(void* talk) {
 
 } // namespace
 
-void* CTcpIOTalk::operator new(size_t size) {
+void* CTcpIOTalk::operator new(size_t size, const std::nothrow_t&) noexcept {
     void* storage = ::mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-    if (storage == MAP_FAILED) throw std::bad_alloc();
+    if (storage == MAP_FAILED) return nullptr;
     zeroedStorage = storage;
+    return storage;
+}
+
+void* CTcpIOTalk::operator new(size_t size) {
+    void* storage = operator new(size, std::nothrow);
+    if (!storage) throw std::bad_alloc();
     return storage;
 }
 
@@ -342,7 +348,7 @@ int CTcpIOTalk::CollectPieces(std::string& reply, void*& data, int& length, int 
         pieces.insert(pieces.end(), m_buffer, m_buffer + pieceLength);
         length += pieceLength;
     }
-    length = std::min(length, kBufferSize);
+    length = std::min<int>(length, kBufferSize);
     std::copy_n(pieces.begin(), length, m_buffer);
     data = m_buffer;
     return kReplied;

@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <netdb.h>
+#include <new>
 #include <pthread.h>
 #include <string>
 
@@ -39,10 +40,10 @@ public:
     };
 
     /// First word of every packet, little-endian.
-    VRX_HIDDEN static constexpr uint32_t kPacketMarker = 0x07FF0003;
+    enum : uint32_t { kPacketMarker = 0x07FF0003 };
 
     /// Bytes that the receive buffer holds; a longer reply cannot be received.
-    VRX_HIDDEN static constexpr int kBufferSize = 0x100000;
+    enum : int { kBufferSize = 0x100000 };
 
     /// Neither connects nor starts the watchdog.
     CTcpIOTalk();
@@ -55,6 +56,9 @@ public:
 
     /// Takes storage straight from the system; std::bad_alloc when there is none.
     static void* operator new(size_t size);
+
+    /// The same, but null when there is none.
+    static void* operator new(size_t size, const std::nothrow_t&) noexcept;
 
     /// Constructs in storage of the caller's own.
     static void* operator new(size_t, void* where) noexcept { return where; }
@@ -157,29 +161,29 @@ private:
 
     // The watchdog reads m_socket and moves m_countdown while a receive is under way; the rest is the
     // caller's.
-    std::atomic<int32_t> m_socket = -1;
+    std::atomic<int32_t> m_socket{-1};
     uint16_t m_port = 0; // network byte order
     hostent* m_host = nullptr;
     char m_buffer[kBufferSize + 8]; // the spare bytes take the terminating zero of a full buffer
     bool m_connected = false;
     pthread_t m_timerThread = 0;
-    std::atomic<bool> m_stopTimer = false;
-    std::atomic<bool> m_timerExited = false;
-    std::atomic<int32_t> m_countdown = -1;
+    std::atomic<bool> m_stopTimer{false};
+    std::atomic<bool> m_timerExited{false};
+    std::atomic<int32_t> m_countdown{-1};
 };
 
 /// Sibling programs rely on these offsets.
 struct CTcpIOTalkLayout {
-    static_assert(offsetof(CTcpIOTalk, m_socket) == 0);
-    static_assert(offsetof(CTcpIOTalk, m_port) == 4);
-    static_assert(offsetof(CTcpIOTalk, m_host) == 8);
-    static_assert(offsetof(CTcpIOTalk, m_buffer) == 16);
-    static_assert(offsetof(CTcpIOTalk, m_connected) == 1048600);
-    static_assert(offsetof(CTcpIOTalk, m_timerThread) == 1048608);
-    static_assert(offsetof(CTcpIOTalk, m_stopTimer) == 1048616);
-    static_assert(offsetof(CTcpIOTalk, m_timerExited) == 1048617);
-    static_assert(offsetof(CTcpIOTalk, m_countdown) == 1048620);
-    static_assert(sizeof(CTcpIOTalk) == 1048624);
-    static_assert(sizeof(std::atomic<int32_t>) == 4 && std::atomic<int32_t>::is_always_lock_free);
-    static_assert(sizeof(std::atomic<bool>) == 1 && std::atomic<bool>::is_always_lock_free);
+    static_assert(offsetof(CTcpIOTalk, m_socket) == 0, "");
+    static_assert(offsetof(CTcpIOTalk, m_port) == 4, "");
+    static_assert(offsetof(CTcpIOTalk, m_host) == 8, "");
+    static_assert(offsetof(CTcpIOTalk, m_buffer) == 16, "");
+    static_assert(offsetof(CTcpIOTalk, m_connected) == 1048600, "");
+    static_assert(offsetof(CTcpIOTalk, m_timerThread) == 1048608, "");
+    static_assert(offsetof(CTcpIOTalk, m_stopTimer) == 1048616, "");
+    static_assert(offsetof(CTcpIOTalk, m_timerExited) == 1048617, "");
+    static_assert(offsetof(CTcpIOTalk, m_countdown) == 1048620, "");
+    static_assert(sizeof(CTcpIOTalk) == 1048624, "");
+    static_assert(sizeof(std::atomic<int32_t>) == 4 && ATOMIC_INT_LOCK_FREE == 2, "");
+    static_assert(sizeof(std::atomic<bool>) == 1 && ATOMIC_BOOL_LOCK_FREE == 2, "");
 };

@@ -26,6 +26,21 @@ add_test(NAME install.cmake_consumer COMMAND ${CMAKE_CTEST_COMMAND}
                   -DCMAKE_CXX_FLAGS=${VRX_CONSUMER_FLAGS} -DCMAKE_BUILD_TYPE=${CMAKE_BUILD_TYPE}
   --test-command ${CMAKE_CTEST_COMMAND} --output-on-failure --no-tests=error)
 
+# Hosts are built by other compilers than this one.
+set(VRX_HEADER_COMPILERS ${CMAKE_CXX_COMPILER})
+foreach(name g++ clang++)
+  find_program(VRX_HEADERS_${name} ${name})
+  if(NOT VRX_HEADERS_${name})
+    message(STATUS "${name} not found (Debian: g++, clang): the test that compiles the headers does without it")
+  else()
+    list(APPEND VRX_HEADER_COMPILERS ${VRX_HEADERS_${name}})
+  endif()
+endforeach()
+list(REMOVE_DUPLICATES VRX_HEADER_COMPILERS)
+list(APPEND VRX_INSTALL_TESTS install.headers)
+add_test(NAME install.headers COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/library/check_headers.sh
+  ${VRX_PREFIX}/${CMAKE_INSTALL_INCLUDEDIR}/VRX_talker_norvo ${VRX_HEADER_COMPILERS})
+
 find_program(VRX_PKG_CONFIG NAMES pkg-config pkgconf)
 if(VRX_PKG_CONFIG AND VRX_SANITIZE)
   message(STATUS "A sanitized library does not link with plain flags: the test that builds with pkg-config is skipped")

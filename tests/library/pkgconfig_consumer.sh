@@ -28,9 +28,3 @@ printed=$(./minimal_host "$libraries/VRX_talker_norvo.so" "servport=1") || resul
 echo "minimal_host: $result: $printed"
 [ "$result" -eq 3 ]
 [ "$printed" = "CVRXTalker::Configure: 'server' argument missing" ]
-
-# Each installed header stands alone.
-include=$("${PKG_CONFIG:-pkg-config}" --variable=includedir VRX_talker_norvo)
-for header in "$include"/*/*.h; do
-    printf '#include "%s"\n' "${header#"$include"/}" | "$@" -std=c++20 $flags -Wall -Wextra -Werror -x c++ -fsyntax-only -
-done
