@@ -177,6 +177,16 @@ TEST_F(File2Test, OpenReplacesTheStreamEvenWhenItFails) {
     ExpectNoStream(file);
 }
 
+TEST_F(File2Test, OpenWithAModeThatThereIsNotHoldsNoStream) {
+    const std::string path = Write("a", "abc");
+    File2 file(path.c_str(), "rb", -1);
+    EXPECT_FALSE(file.open(path.c_str(), "zz"));
+    ExpectNoStream(file);
+    EXPECT_EQ(Bytes("a"), "abc");
+    EXPECT_FALSE(file.open(Path("new").c_str(), "zz"));
+    EXPECT_FALSE(std::filesystem::exists(Path("new")));
+}
+
 TEST_F(File2Test, OpenWithoutNameOrModeKeepsTheStream) {
     const std::string path = Write("a", "abc");
     File2 file(path.c_str(), "rb", -1);

@@ -8,11 +8,16 @@
 #include <arpa/inet.h>
 #include <csignal>
 #include <cstring>
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <limits>
 #include <memory>
 #include <new>
+#include <pthread.h>
 #include <sys/socket.h>
 #include <thread>
+#include <unistd.h>
+#include <vector>
 
 namespace {
 
@@ -100,21 +105,46 @@ Script AnswerInPieces(std::vector<std::string> pieces) {
 
 // ---- construction
 
-TEST(CTcpIOTalk, BufferIsZeroWhateverStorageItIsMadeIn) {
+bool IsFresh(const CTcpIOTalk* talk) {
+    const auto* buffer = reinterpret_cast<const unsigned char*>(talk) + 16;
+    return std::all_of(buffer, buffer + 0x100000 + 8, [](unsigned char byte) { return byte == 0; });
+}
+
+TEST(CTcpIOTalk, IsMadeByEveryFormOfNew) {
+    const auto expectFresh = [](CTcpIOTalk* talk) {
+        ASSERT_NE(talk, nullptr);
+        EXPECT_TRUE(IsFresh(talk));
+        EXPECT_EQ(talk->SendString(-1, ""), 0);
+    };
+    for (CTcpIOTalk* single : {new CTcpIOTalk, new (std::nothrow) CTcpIOTalk}) {
+        expectFresh(single);
+        delete single;
+    }
+    for (CTcpIOTalk* two : {new CTcpIOTalk[2], new (std::nothrow) CTcpIOTalk[2]}) {
+        expectFresh(two);
+        expectFresh(two + 1);
+        delete[] two;
+    }
+    for (CTcpIOTalk* global : {::new CTcpIOTalk, ::new (std::nothrow) CTcpIOTalk}) {
+        expectFresh(global);
+        ::delete global;
+    }
     struct Storage {
         alignas(CTcpIOTalk) unsigned char bytes[sizeof(CTcpIOTalk)];
     };
     const auto storage = std::make_unique<Storage>();
     std::fill(std::begin(storage->bytes), std::end(storage->bytes), static_cast<unsigned char>(0xAA));
-    auto* talk = new (storage->bytes) CTcpIOTalk;
-    const unsigned char* buffer = storage->bytes + 16;
-    EXPECT_TRUE(std::all_of(buffer, buffer + 0x100000 + 8, [](unsigned char byte) { return byte == 0; }));
-    talk->~CTcpIOTalk();
+    auto* placed = new (storage->bytes) CTcpIOTalk;
+    expectFresh(placed);
+    placed->~CTcpIOTalk();
+    expectFresh(std::make_shared<CTcpIOTalk>().get());
+    expectFresh(&std::vector<CTcpIOTalk>(2).back());
+}
 
-    auto* own = new CTcpIOTalk;
-    const auto* bytes = reinterpret_cast<const unsigned char*>(own) + 16;
-    EXPECT_TRUE(std::all_of(bytes, bytes + 0x100000 + 8, [](unsigned char byte) { return byte == 0; }));
-    delete own;
+TEST(CTcpIOTalk, StorageThatThereIsNotIsToldAsNewTellsIt) {
+    constexpr size_t kTooMuch = size_t{1} << 60;
+    EXPECT_EQ(CTcpIOTalk::operator new(kTooMuch, std::nothrow), nullptr);
+    EXPECT_THROW((void)CTcpIOTalk::operator new(kTooMuch), std::bad_alloc);
 }
 
 TEST_F(CTcpIOTalkTest, NothingIsOpenedOrStartedBeforeTheFirstExchange) {
@@ -196,6 +226,38 @@ TEST_F(CTcpIOTalkTest, SendStringReturnsTheFailingSendsResult) {
     calls::FailSends(1, 0);
     EXPECT_EQ(m_talk->SendString(0, "x"), 0);
     EXPECT_EQ(m_talk->SendString(-1, ""), 0);
+}
+
+TEST_F(CTcpIOTalkTest, TextMayLieInTheReplyOrInTheReceiveBuffer) {
+    std::vector<std::string> lines;
+    ScriptedServer server({[&](Peer& peer) {
+        for (const char* reply : {"first\n", "second\n", "third\n"}) {
+            lines.push_back(peer.ReadLine());
+            peer.Send(reply);
+        }
+        lines.push_back(peer.Read(5));
+        peer.Send("fourth");
+        peer.WaitForClose();
+    }});
+    std::string reply = "in the reply";
+    void* data = nullptr;
+    int length = 0;
+    const auto send = [&](const char* text) {
+        return m_talk->SendTcpMessage(kHost, server.Port(), text, reply, data, length, kTenSeconds);
+    };
+    EXPECT_EQ(send(reply.c_str()), kReplied);
+    EXPECT_EQ(reply, "first");
+    EXPECT_EQ(send(reply.c_str()), kReplied);
+    EXPECT_EQ(reply, "second");
+    EXPECT_EQ(send(static_cast<const char*>(data)), kReplied); // with its line feed
+    EXPECT_EQ(reply, "third");
+    EXPECT_EQ(m_talk->SendBinaryMessage(kHost, server.Port(), static_cast<const unsigned char*>(data), 5,
+                                        reply, data, length, kTenSeconds, true),
+              kReplied);
+    EXPECT_EQ(std::string(static_cast<const char*>(data), static_cast<size_t>(length)), "fourth");
+    m_talk.reset();
+    server.Join();
+    EXPECT_EQ(lines, (std::vector<std::string>{"in the reply\n", "first\n", "second\n", "third"}));
 }
 
 // ---- receiving text
@@ -608,6 +670,34 @@ TEST_F(CTcpIOTalkTest, GetBinaryMessageLeavesAFailedConnectionToItsCaller) {
     EXPECT_EQ(m_talk->GetBinaryMessage(reply, data, length, kTenSeconds, true), kReceiveFailed);
 }
 
+TEST_F(CTcpIOTalkTest, SignalDuringAReceiveGivesMinus9996AndTheNextExchangeReconnects) {
+    struct sigaction action {};
+    struct sigaction before {};
+    action.sa_handler = [](int) {}; // without SA_RESTART
+    ASSERT_EQ(sigaction(SIGUSR1, &action, &before), 0);
+    for (const bool text : {true, false}) {
+        std::atomic<bool> interrupted = false;
+        const pthread_t client = pthread_self();
+        ScriptedServer server({
+            [&](Peer& peer) {
+                text ? peer.ReadLine() : peer.Read(3);
+                while (!interrupted) { // the receive may not have begun yet
+                    pthread_kill(client, SIGUSR1);
+                    std::this_thread::yield();
+                }
+                EXPECT_TRUE(peer.WaitForClose());
+            },
+            Answer("again\n"),
+        });
+        const Result result = text ? Text(server, "?") : Binary(server.Port(), "abc", true);
+        interrupted = true;
+        EXPECT_EQ(result.code, kReceiveFailed);
+        EXPECT_EQ(Text(server, "?").reply, "again");
+        m_talk->KillSocket();
+    }
+    EXPECT_EQ(sigaction(SIGUSR1, &before, nullptr), 0);
+}
+
 // ---- time-outs
 
 TEST_F(CTcpIOTalkTest, TimeOutGivesMinus9999WithTheConnectionClosed) {
@@ -641,13 +731,30 @@ TEST_F(CTcpIOTalkTest, EachTenUnitsAreOneTick) {
 }
 
 TEST_F(CTcpIOTalkTest, NegativeTimeOutNeverExpires) {
+    for (const int timeout : {-1, -7, -1000, std::numeric_limits<int>::min()}) {
+        SCOPED_TRACE(timeout);
+        ScriptedServer server({[](Peer& peer) {
+            peer.ReadLine();
+            calls::WaitForTicks(calls::Ticks() + 120); // more than the longest limit of the talker would last
+            peer.Send("late\n");
+            peer.WaitForClose();
+        }});
+        EXPECT_EQ(Text(server, "?", timeout).reply, "late");
+        m_talk->KillSocket();
+    }
+}
+
+TEST_F(CTcpIOTalkTest, PacketThatStallsLeavesItsLength) {
     ScriptedServer server({[](Peer& peer) {
         peer.ReadLine();
-        calls::WaitForTicks(200); // twice what the longest limit of the talker would last
-        peer.Send("late\n");
-        peer.WaitForClose();
+        peer.Send(Packet(24, "ab"));
+        EXPECT_TRUE(peer.WaitForClose());
     }});
-    EXPECT_EQ(Text(server, "?", -1).reply, "late");
+    calls::OnTick([] { calls::WaitFor("recv", 1); });
+    const Result result = Text(server, "?", 2 * kOneTick);
+    EXPECT_EQ(result.code, kTimedOut);
+    EXPECT_EQ(result.length, 24);
+    EXPECT_EQ(result.reply, "");
 }
 
 TEST_F(CTcpIOTalkTest, TimeOutBelowOneTickWaitsAndThenReportsTimeOut) {
@@ -812,10 +919,13 @@ TEST_F(CTcpIOTalkTest, HostsThatCannotBeConnectedTo) {
     const Case cases[] = {
         {nullptr, -1, -1, 0},
         {"", -1, -1, 0},
+        {"::1", -1, -1, 0}, // looked up as a name, and there is none
+        {"fe80::1", -1, -1, 0},
         {"no.such.host", -1, -1, 0},
         {" 127.0.0.1", -1, -1, 0},       // the first character decides
         {"0.0.0.0", -1, kSendFailed, 0}, // no address to connect to
         {"0", -1, kSendFailed, 0},
+        {"2001:db8::1", -1, kSendFailed, 4}, // as the next one
         {"1.2.3.4.5", -1, kSendFailed,
          4}, // not a dotted quad after all: the broadcast address, refused by the system
     };
@@ -829,6 +939,63 @@ TEST_F(CTcpIOTalkTest, HostsThatCannotBeConnectedTo) {
         calls::Reset();
         calls::AnswerLookUps([](const char*) -> hostent* { return nullptr; });
     }
+}
+
+TEST_F(CTcpIOTalkTest, NamesThatTheSystemDoesNotKnowAreNoConnection) {
+    const int port = RefusedPort();
+    for (const std::string& host : {std::string("::1"), std::string("fe80::1"), std::string(60000, 'a')}) {
+        SCOPED_TRACE(host.substr(0, 10));
+        m_talk = std::make_unique<CTcpIOTalk>();
+        EXPECT_EQ(Text(host.c_str(), port, "?").code, kNoConnection);
+        EXPECT_EQ(Binary(host.c_str(), port, "abc", 3, true, kTenSeconds).code, kNoConnection);
+    }
+    EXPECT_EQ(calls::Count("gethostbyname"), 3u);
+    EXPECT_EQ(calls::Count("connect"), 0u);
+    EXPECT_EQ(Text(std::string(60000, '1').c_str(), port + 1, "?").code,
+              kNoConnection); // taken for a dotted quad
+    EXPECT_EQ(calls::Count("gethostbyname"), 3u);
+}
+
+TEST_F(CTcpIOTalkTest, DottedQuadsInEveryWritingConnect) {
+    for (const char* host : {"127.0.0.1", "127.1", "127.0.1", "2130706433", "0x7f.0.0.1", "0x7F000001",
+                             "0177.0.0.1", "127.0.0.01", "127.0.0.1 x"}) {
+        SCOPED_TRACE(host);
+        ScriptedServer server({Answer("found\n")});
+        EXPECT_EQ(Text(host, server.Port(), "?").reply, "found");
+        m_talk->KillSocket();
+    }
+    EXPECT_EQ(calls::Count("gethostbyname"), 0u);
+}
+
+TEST_F(CTcpIOTalkTest, PortsAreTheirLow16Bits) {
+    for (const int surplus : {65536, -65536, 0x7FFF0000, std::numeric_limits<int>::min()}) {
+        SCOPED_TRACE(surplus);
+        for (const char* host : {kHost, "localhost"}) {
+            ScriptedServer server({Answer("found\n")});
+            EXPECT_EQ(Text(host, server.Port() + surplus, "?").reply, "found");
+            m_talk->KillSocket();
+        }
+    }
+}
+
+// No port is the port that a new object has recorded already: a name is not even looked up.
+TEST_F(CTcpIOTalkTest, PortZeroReachesNobody) {
+    for (const int port : {0, 65536, -65536, std::numeric_limits<int>::min()}) {
+        SCOPED_TRACE(port);
+        EXPECT_EQ(Text("localhost", port, "?").code, kNoConnection);
+        EXPECT_EQ(Binary("localhost", port, "abc", 3, true, kTenSeconds).code, kNoConnection);
+        EXPECT_EQ(Text(kHost, port, "?").code, kNoConnection);
+        EXPECT_EQ(Binary(port, "abc", true).code, kSendFailed);
+    }
+    EXPECT_EQ(calls::Count("gethostbyname"), 0u);
+    EXPECT_EQ(calls::Count("socket"), calls::Count("close"));
+}
+
+TEST_F(CTcpIOTalkTest, LookedUpHostGoesBeforeADottedQuadWithTheSamePort) {
+    ScriptedServer server({Answer("the host that was looked up\n")});
+    m_talk->SetHostEnt("localhost", server.Port());
+    EXPECT_EQ(Text("127.0.0.2", server.Port(), "?").reply, "the host that was looked up");
+    EXPECT_EQ(calls::Count("connect"), 1u);
 }
 
 TEST_F(CTcpIOTalkTest, LookUpWithoutIPv4AddressIsAFailedConnect) {
@@ -907,6 +1074,40 @@ TEST_F(CTcpIOTalkTest, StepsCanBeCalledOneByOne) {
     EXPECT_EQ(sequence,
               (std::vector<std::string>{"gethostbyname", "socket", "connect", "shutdown", "close"}));
     EXPECT_EQ(calls::Log("shutdown").front().flags, SHUT_RDWR);
+}
+
+TEST_F(CTcpIOTalkTest, ConnectingWithoutASocketLeavesEverythingAsItWas) {
+    ScriptedServer server({Answer("ok\n")});
+    m_talk->SetHostEnt("localhost", server.Port());
+    m_talk->ConnectSocket(0);
+    m_talk->ConnectSocket(inet_addr(kHost));
+    EXPECT_EQ(calls::Count("close"), 0u);
+    EXPECT_EQ(Text("localhost", server.Port(), "?").reply, "ok");
+    EXPECT_EQ(calls::Count("gethostbyname"), 1u);
+}
+
+TEST_F(CTcpIOTalkTest, DescriptorZeroIsASocketLikeOthers) {
+    ScriptedServer server({Answer("text\n"), [](Peer& peer) {
+                               peer.Read(3);
+                               peer.Send("raw");
+                               peer.WaitForClose();
+                           }});
+    const int standardInput = fcntl(STDIN_FILENO, F_DUPFD, 100); // from where it is not in the way
+    for (const bool text : {true, false}) {
+        close(STDIN_FILENO);
+        if (text) {
+            EXPECT_EQ(Text(server, "?").reply, "text");
+        } else {
+            EXPECT_EQ(Binary(server.Port(), "abc", true).data, "raw");
+        }
+        EXPECT_EQ(calls::Log("socket").back().socket, STDIN_FILENO);
+        m_talk->KillSocket();
+        EXPECT_EQ(calls::Log("close").back().socket, STDIN_FILENO);
+    }
+    if (standardInput >= 0) {
+        dup2(standardInput, STDIN_FILENO);
+        close(standardInput);
+    }
 }
 
 TEST_F(CTcpIOTalkTest, SocketThatIsNotConnectedIsReplacedByTheNextTextExchange) {
@@ -1007,6 +1208,22 @@ TEST_F(CTcpIOTalkTest, CollectedReplyThatBreaksOffStillSucceeds) {
     EXPECT_EQ(Text(server, "?").reply, "next");
 }
 
+TEST_F(CTcpIOTalkTest, CollectedReplyThatBreaksOffTellsHowMuchCame) {
+    ScriptedServer server({[&](Peer& peer) {
+        peer.Read(1);
+        peer.Send(Packet(8188, "begin"));
+        calls::WaitFor("recv", 1);
+        peer.Send("xyz");
+        calls::WaitFor("recv", 2);
+    }});
+    const Result result = Binary(server.Port() - 65536, "a", true);
+    EXPECT_EQ(result.code, kReplied);
+    EXPECT_EQ(result.length, 16); // of both pieces, though they are not put together any more:
+    EXPECT_EQ(result.data,
+              std::string("\0yz\0\xFC\x1F\0\0begin\0\0\0", 16)); // the last one lies over the first
+    EXPECT_EQ(result.reply, "");
+}
+
 TEST_F(CTcpIOTalkTest, CollectedReplyThatTimesOutStillSucceeds) {
     ScriptedServer server({[&](Peer& peer) {
         peer.Read(1);
@@ -1090,6 +1307,8 @@ TEST_F(CTcpIOTalkTest, AddressesOfThisMachine) {
         {"just past the end", three, 2, "192.168.1.10"},
         {"far past the end", three, 57, "192.168.1.10"},
         {"negative", three, -1, "192.168.1.10"},
+        {"the lowest", three, std::numeric_limits<int>::min(), "192.168.1.10"},
+        {"the highest", three, std::numeric_limits<int>::max(), "192.168.1.10"},
         {"other loopback addresses stay", {{AF_INET, "127.0.1.1"}}, 0, "127.0.1.1"},
         {"IPv6 contributes nothing", {{AF_INET6, "fe80::1"}, {AF_INET6, "::1"}}, 0, ""},
         {"other families are skipped", {{AF_PACKET, "x"}, {AF_INET, "10.1.1.1"}}, 0, "10.1.1.1"},
