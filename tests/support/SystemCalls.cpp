@@ -23,6 +23,7 @@ struct State {
     std::condition_variable changed;
     std::vector<Event> log;
     std::set<int> sockets; // made by the code under test and not closed yet
+    size_t misuses = 0;
     size_t ticks = 0;
     unsigned tickMicroseconds = kTick;
     std::function<void()> onTick;
@@ -60,6 +61,14 @@ void Add(Event event) {
     state.changed.notify_all();
 }
 
+/// Counts a call that failed for want of the descriptor, and returns its result.
+ssize_t Checked(int descriptor, ssize_t result) {
+    if (descriptor < 0 || result >= 0 || errno != EBADF) return result;
+    const std::lock_guard lock(TheState().mutex);
+    ++TheState().misuses;
+    return result;
+}
+
 template <class Condition>
 bool Wait(Condition condition) {
     State& state = TheState();
@@ -84,6 +93,7 @@ void Reset() {
     State& state = TheState();
     const std::lock_guard lock(state.mutex);
     state.log.clear();
+    state.misuses = 0;
     state.ticks = 0;
     state.tickMicroseconds = kTick;
     state.onTick = nullptr;
@@ -108,6 +118,11 @@ std::vector<Event> Log(const std::string& call) {
 size_t Count(const std::string& call) {
     const std::lock_guard lock(TheState().mutex);
     return CountLocked(call);
+}
+
+size_t CallsOnClosedDescriptors() {
+    const std::lock_guard lock(TheState().mutex);
+    return TheState().misuses;
 }
 
 bool WaitFor(const std::string& call, size_t count) {
@@ -181,7 +196,7 @@ ssize_t Receive(int socket, void* buffer, size_t size, int flags) {
     if (TakeOne(TheState().failReceives))
         errno = EIO;
     else
-        result = next(socket, buffer, size, flags);
+        result = Checked(socket, next(socket, buffer, size, flags));
     Add({"recv", socket, size, flags, result, {}});
     return result;
 }
@@ -230,7 +245,7 @@ ssize_t send(int descriptor, const void* bytes, size_t size, int flags) {
         errno = EPIPE;
         result = TheState().failedSend;
     } else {
-        result = next(descriptor, bytes, std::min(size, TheState().sendLimit), flags);
+        result = Checked(descriptor, next(descriptor, bytes, std::min(size, TheState().sendLimit), flags));
     }
     const size_t taken = result > 0 ? static_cast<size_t>(result) : 0;
     Add({"send", descriptor, size, flags, result, std::string(static_cast<const char*>(bytes), taken)});
@@ -247,7 +262,7 @@ ssize_t __recv_chk(int descriptor, void* buffer, size_t size, size_t /*room*/, i
 
 int shutdown(int descriptor, int how) noexcept {
     static auto* const next = Next<int(int, int)>("shutdown");
-    const int result = next(descriptor, how);
+    const auto result = static_cast<int>(Checked(descriptor, next(descriptor, how)));
     Add({"shutdown", descriptor, Ticks(), how, result, {}});
     return result;
 }
@@ -255,7 +270,7 @@ int shutdown(int descriptor, int how) noexcept {
 int close(int descriptor) {
     static auto* const next = Next<int(int)>("close");
     Add({"close", descriptor, 0, 0, 0, {}}); // logged first: the number may be reused at once
-    return next(descriptor);
+    return static_cast<int>(Checked(descriptor, next(descriptor)));
 }
 
 int usleep(useconds_t microseconds) {

@@ -28,6 +28,9 @@ std::vector<Event> Log();
 std::vector<Event> Log(const std::string& call);
 size_t Count(const std::string& call);
 
+/// How many calls since Reset used a descriptor that was closed already. (The log leaves those out.)
+size_t CallsOnClosedDescriptors();
+
 /// Waits until so many calls of that name have returned; false after ten seconds.
 bool WaitFor(const std::string& call, size_t count);
 
