@@ -66,6 +66,9 @@ Verdict Compare(const RunFigures& a, const RunFigures& b) {
     const auto better = [](bool first) { return first ? 'A' : 'B'; };
     if (a.finished != b.finished) return {better(a.finished), "the other run did not reach its end"};
 
+    if ((a.blocks > 0) != (b.blocks > 0)) return {better(a.blocks > 0), "the other run sent no block"};
+    if (!(a.blocks > 0)) return {0, "neither run sent a block"};
+
     struct Count {
         bool counts;
         const char* what;
@@ -89,7 +92,7 @@ Verdict Compare(const RunFigures& a, const RunFigures& b) {
         return {0, "one run was paced and the other was not: their times mean different things"};
     const double less = std::min(a.p99, b.p99);
     const double more = std::max(a.p99, b.p99);
-    if (less > more * (1 - kWorthMention)) return {0, "their p99 differ by less than 5 %"};
+    if (!(less < more * (1 - kWorthMention))) return {0, "their p99 differ by less than 5 %"};
     return {better(a.p99 < b.p99), "p99 is " + Brief(less) + " ms instead of " + Brief(more) + " ms, " +
                                        Whole((1 - less / more) * 100) + " % less"};
 }

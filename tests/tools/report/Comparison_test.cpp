@@ -38,6 +38,8 @@ TEST(Compare, WeighsInItsOrder) {
         run.missed = 7;
         run.p99 = 0.1;
     });
+    const auto empty = With([](RunFigures& run) { run.blocks = run.p99 = 0; });
+    const auto timeless = With([](RunFigures& run) { run.p99 = 0; });
     struct Case {
         const char* name;
         const RunFigures& a;
@@ -46,6 +48,9 @@ TEST(Compare, WeighsInItsOrder) {
         const char* why;
     };
     const Case cases[] = {
+        {"two empty runs", empty, empty, 0, "neither run sent a block"},
+        {"an empty one", empty, good, 'B', "the other run sent no block"},
+        {"no time at all", timeless, timeless, 0, "their p99 differ by less than 5 %"},
         {"the same", good, good, 0, "their p99 differ by less than 5 %"},
         {"one did not end", unfinished, failed, 'B', "the other run did not reach its end"},
         {"failed blocks", failed, retried, 'B', "0 of 100 blocks failed instead of 2 of 100"},
