@@ -10,9 +10,11 @@
 #include "tools/wire/ServerProtocol.h"
 
 #include <algorithm>
+#include <arpa/inet.h>
 #include <cctype>
 #include <chrono>
 #include <cstdint>
+#include <optional>
 #include <vector>
 
 using asio::ip::tcp;
@@ -32,6 +34,14 @@ Finding Fine(std::string detail) {
 
 Finding Fault(std::string detail, std::string meaning, std::string advice) {
     return {Finding::kFailed, std::move(detail), std::move(meaning), std::move(advice)};
+}
+
+/// As the talker reads what begins with a digit: also in fewer parts, octal and hexadecimal. It connects to
+/// nothing that is 0.
+std::optional<asio::ip::address_v4> DottedAddress(const std::string& text) {
+    in_addr address = {};
+    if (::inet_aton(text.c_str(), &address) == 0 || address.s_addr == 0) return {};
+    return asio::ip::address_v4(ntohl(address.s_addr));
 }
 
 std::string Waited() {
@@ -81,8 +91,11 @@ int Checkup::Run() {
         Step("pins", [&] { return Pins(); });
         m_channels = m_options.channels > 0 ? m_options.channels : m_pins.in[1] > 0 ? m_pins.in[1] : 2;
         m_block = m_options.block > 0 ? m_options.block : host::PreferredBlock(m_pins, m_server, m_channels);
-        if (Step("silence", [&] { return Silence(); })) Step("latency", [&] { return Latency(); });
-        Step("pieces", [&] { return Pieces(); });
+        if (Step("silence", [&] { return Silence(); })) {
+            Step("latency", [&] { return Latency(); });
+            Step("whole", [&] { return Whole(); });
+        }
+        if (Words() <= host::kMostWords) Step("pieces", [&] { return Pieces(); });
     }
     if (m_options.json)
         m_print(JsonLine({{"server", m_server.host},
@@ -95,18 +108,19 @@ int Checkup::Run() {
 }
 
 Finding Checkup::LookUp() {
-    asio::error_code error;
     const auto port = static_cast<std::uint16_t>(m_server.port);
-    const asio::ip::address_v4 quad = asio::ip::make_address_v4(m_server.host, error);
-    if (!error) {
-        m_endpoint = {quad, port};
-        return Fine(m_server.host + " is an address, nothing to look up");
-    }
-    if (std::isdigit(static_cast<unsigned char>(m_server.host[0])) != 0)
+    if (std::isdigit(static_cast<unsigned char>(m_server.host[0])) != 0) {
+        const std::optional<asio::ip::address_v4> address = DottedAddress(m_server.host);
+        if (address) {
+            m_endpoint = {*address, port};
+            return Fine(m_server.host + " is an address, nothing to look up");
+        }
         return Fault("'" + m_server.host + "' is no IPv4 address",
                      "what begins with a digit is taken for an address",
                      "four numbers with dots between them, or a name that begins with a letter");
+    }
     asio::io_context io;
+    asio::error_code error;
     tcp::resolver resolver(io);
     const auto found = resolver.resolve(tcp::v4(), m_server.host, std::to_string(port), error);
     if (error || found.empty())
@@ -192,6 +206,10 @@ Finding Checkup::RefusedBlock(int result) {
 }
 
 Finding Checkup::Silence() {
+    if (Words() > host::kMostWords)
+        return Fault(BlockText() + " is too long",
+                     "no reply can hold so many words, whatever the server does",
+                     "--block " + std::to_string(host::MostFramesPerBlock(m_channels)) + " at most");
     const std::vector<std::uint32_t> in(Words());
     std::vector<std::uint32_t> out(Words());
     const int result = m_session.PumpAudio(in.data(), out.data(), static_cast<unsigned>(Words()));
@@ -266,16 +284,7 @@ Finding Checkup::Pieces() {
         else
             broken = last;
     }
-    const std::string size = " of " + std::to_string(last.bytes.size()) + " bytes";
-    if (broken.pieces > 0) {
-        const bool fits = m_block <= host::FramesPerSegment(m_server, m_channels);
-        return Fault("a reply" + size + " came in " + std::to_string(broken.pieces) +
-                         " pieces, the first of " + std::to_string(broken.firstPiece) + " bytes",
-                     "the talker takes what one receive delivers, so it loses the rest of such blocks",
-                     fits ? "a server that sends each reply with one call"
-                          : "--block " + std::to_string(host::FramesPerSegment(m_server, m_channels)) +
-                                ", whose replies fit one segment");
-    }
+    if (broken.pieces > 0) return InPieces(broken);
     if (error)
         return Fault(error == asio::error::timed_out
                          ? Waited() + " for " + m_server.Place() + " to reply to the block"
@@ -284,8 +293,49 @@ Finding Checkup::Pieces() {
     if (!last.isPacket)
         return Fault("the server answers blocks with text",
                      "there are no replies whose pieces could be counted", "what the step before says");
-    return Fine(std::to_string(whole) + " of " + std::to_string(kReplies) + " replies" + size +
-                " came in one piece");
+    return Fine(std::to_string(whole) + " of " + std::to_string(kReplies) + " replies of " +
+                std::to_string(last.bytes.size()) + " bytes came in one piece");
+}
+
+/// A reply that came in pieces.
+Finding Checkup::InPieces(const RawReply& reply) const {
+    Finding finding = Fault("a reply of " + std::to_string(reply.bytes.size()) + " bytes came in " +
+                                std::to_string(reply.pieces) + " pieces, the first of " +
+                                std::to_string(reply.firstPiece) + " bytes",
+                            "a host that takes what one receive delivers loses the rest of such blocks",
+                            "a server that sends each reply with one call");
+    const std::size_t fitting = host::FramesPerSegment(m_server, m_channels);
+    const bool fits = m_block <= fitting;
+    if (m_standsWhole && Words() <= host::kWholeReplyWords) {
+        finding.advice =
+            fits ? finding.advice + ", or a host that collects replies, as vrx pump --replies whole"
+                 : "nothing with vrx pump, which collects such replies; in other hosts --block " +
+                       std::to_string(fitting) + ", whose replies fit one segment";
+        if (!fits) finding.state = Finding::kNote;
+    } else if (!fits) {
+        finding.advice = "--block " + std::to_string(fitting) + ", whose replies fit one segment";
+    }
+    return finding;
+}
+
+/// Whether the server gives as many words as a whole reply holds, and that reply can be collected.
+Finding Checkup::Whole() {
+    const std::size_t words = std::min(Words(), host::kWholeReplyWords);
+    const std::vector<std::uint32_t> in(words);
+    std::vector<std::uint32_t> out(words);
+    m_session.Disconnect(); // what the steps before left on the way must not be taken for the reply
+    m_session.TakeReplies(host::Replies::kWhole);
+    const int result = m_session.PumpAudio(in.data(), out.data(), static_cast<unsigned>(words));
+    m_session.TakeReplies(host::Replies::kSingle);
+    m_standsWhole = result >= 0;
+    const std::string size = std::to_string(host::kWholeReplyWords) + " words";
+    if (m_standsWhole) return Fine("a reply of " + size + " was collected");
+    Finding note{Finding::kNote, "no reply of " + size + ": refused with status " + std::to_string(result),
+                 "replies to blocks longer than a segment cannot be collected until they are whole",
+                 "blocks of " + std::to_string(host::FramesPerSegment(m_server, m_channels)) +
+                     " frames, or a server that gives more words than it is sent"};
+    if (m_session.TransportFault()) note.detail = "no reply of " + size + ": " + m_session.Describe(result);
+    return note;
 }
 
 } // namespace vrx::tool

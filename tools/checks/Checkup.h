@@ -16,6 +16,7 @@
 namespace vrx::tool {
 
 class RawConnection;
+struct RawReply;
 
 struct CheckupOptions {
     std::size_t block = 0;    ///< frames; 0: as the pins say, else one segment
@@ -64,7 +65,10 @@ private:
     Finding Pins();
     Finding Silence();
     Finding Latency();
+    Finding Whole();
     Finding Pieces();
+
+    Finding InPieces(const RawReply& reply) const;
 
     Finding RefusedBlock(int result);
     std::string RawAnswer();
@@ -85,6 +89,7 @@ private:
     host::PinValues m_pins;
     std::size_t m_channels = 0;
     std::size_t m_block = 0;
+    bool m_standsWhole = false; // the server gives whole replies
 };
 
 } // namespace vrx::tool

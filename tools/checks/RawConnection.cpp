@@ -1,10 +1,22 @@
 #include "tools/checks/RawConnection.h"
 
-#include <algorithm>
 #include <cstdint>
 #include <cstring>
 
 namespace vrx::tool {
+
+namespace {
+
+/// True when nothing of the packet, or of the text's first line, is missing.
+bool IsWhole(const RawReply& reply) {
+    if (!reply.isPacket) return reply.bytes.find('\n') != std::string::npos;
+    std::uint32_t head[2]; // tag and length
+    if (reply.bytes.size() < sizeof head) return false;
+    std::memcpy(head, reply.bytes.data(), sizeof head);
+    return reply.bytes.size() >= head[1];
+}
+
+} // namespace
 
 /// `start` begins one asynchronous operation, which ends by calling what it is given.
 template <class Start>
@@ -44,19 +56,10 @@ asio::error_code RawConnection::Receive(std::string& bytes) {
 
 RawReply ReadReply(RawConnection& connection) {
     RawReply reply;
-    std::size_t want = 8; // tag and length word
-    while (!reply.error && reply.bytes.size() < want) {
+    while (!reply.error && !IsWhole(reply) && reply.bytes.size() < host::kReceiveBuffer) {
         reply.error = connection.Receive(reply.bytes);
         if (!reply.error && ++reply.pieces == 1) reply.firstPiece = reply.bytes.size();
-        if (reply.bytes.size() < 8) {
-            if (reply.bytes.find('\n') != std::string::npos) break; // a short line
-            continue;
-        }
-        std::uint32_t head[2];
-        std::memcpy(head, reply.bytes.data(), sizeof head);
-        reply.isPacket = head[0] == host::kPacketTag;
-        if (!reply.isPacket) break;
-        want = std::min<std::size_t>(std::max<std::uint32_t>(head[1], 8), host::kReceiveBuffer);
+        reply.isPacket = reply.bytes.starts_with(host::kPacketTagBytes);
     }
     return reply;
 }

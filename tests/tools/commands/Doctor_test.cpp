@@ -1,8 +1,10 @@
 #include "tests/support/ScriptedServer.h"
 #include "tests/tools/VrxRun.h"
 
+#include <chrono>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
+#include <thread>
 
 namespace {
 
@@ -37,7 +39,8 @@ TEST(Doctor, FindsNothingWrongWithAGoodServer) {
           "\nconnect ok ", " is open\n", "\ncommand ok ", "  the server answered \"connect,localhost,0\"\n",
           "\npins    ok ", "  In: 64 2 1, Out: 64 2 1\n", "\nsilence ok ",
           "  a block of 64 frames of 2 channels came back\n", "\nlatency ", " blocks: p50 ",
-          " ms; a block lasts 1.33 ms at 48000 Hz\n", "\npieces  ok ",
+          " ms; a block lasts 1.33 ms at 48000 Hz\n", "\nwhole   ok ",
+          "  a reply of 2040 words was collected\n", "\npieces  ok ",
           "  10 of 10 replies of 540 bytes came in one piece\n"})
         EXPECT_NE(end.out.find(line), std::string::npos) << line << end.out;
     EXPECT_EQ(end.out.find('\033'), std::string::npos) << "no colours in a pipe";
@@ -52,8 +55,9 @@ TEST(Doctor, PrintsTheSameAsJson) {
     EXPECT_EQ(object.at("server"), "127.0.0.1");
     EXPECT_EQ(object.at("port"), std::stoi(server.Port()));
     EXPECT_EQ(object.at("ok"), true);
-    EXPECT_EQ(States(object),
-              "look-up ok, reach ok, connect ok, command ok, pins ok, silence ok, latency ok, pieces ok");
+    EXPECT_EQ(
+        States(object),
+        "look-up ok, reach ok, connect ok, command ok, pins ok, silence ok, latency ok, whole ok, pieces ok");
     for (const auto& step : object.at("steps")) EXPECT_GE(step.at("milliseconds"), 0);
 }
 
@@ -176,10 +180,19 @@ TEST(Doctor, ReplyInPieces) {
     EXPECT_EQ(Last(small).at("state"), "FAIL");
     EXPECT_EQ(Last(small).at("detail").get<std::string>().rfind("a reply of 1428 bytes came in ", 0), 0U)
         << small;
-    EXPECT_EQ(Last(small).at("try"), "a server that sends each reply with one call");
+    EXPECT_EQ(Last(small).at("try"),
+              "a server that sends each reply with one call, or a host that collects replies, "
+              "as vrx pump --replies whole");
     const auto large =
         nlohmann::json::parse(Doctor("127.0.0.1", server.Port(), {"--json", "--block", "400"}).out);
-    EXPECT_EQ(Last(large).at("try"), "--block 175, whose replies fit one segment");
+    EXPECT_EQ(Last(large).at("state"), "note") << "such replies are collected";
+    EXPECT_EQ(Last(large).at("try"),
+              "nothing with vrx pump, which collects such replies; in other hosts --block "
+              "175, whose replies fit one segment");
+    const auto larger =
+        nlohmann::json::parse(Doctor("127.0.0.1", server.Port(), {"--json", "--block", "1021"}).out);
+    EXPECT_EQ(Last(larger).at("state"), "FAIL") << "more than a whole reply holds";
+    EXPECT_EQ(Last(larger).at("try"), "--block 175, whose replies fit one segment");
     EXPECT_EQ(Doctor("127.0.0.1", server.Port()).exitCode, 4);
 }
 
@@ -189,6 +202,51 @@ TEST(Doctor, ALargeReplyIsOnePieceWhenItIsSentAtOnce) {
         Doctor("127.0.0.1", server.Port(), {"--json", "--block", "2000", "--channels", "4"}).out);
     EXPECT_EQ(Last(object).at("name"), "pieces");
     EXPECT_NE(Last(object).at("detail").get<std::string>().find("32028 bytes"), std::string::npos) << object;
+}
+
+TEST(Doctor, AServerWithoutWholeReplies) {
+    const ServeProcess server({"--block-limit", "700"});
+    const auto end = Doctor("127.0.0.1", server.Port(), {"--json"});
+    EXPECT_EQ(end.exitCode, 0) << "no host has to have them";
+    const auto object = nlohmann::json::parse(end.out);
+    const auto& whole = object.at("steps")[7];
+    EXPECT_EQ(whole.at("name"), "whole");
+    EXPECT_EQ(whole.at("state"), "note");
+    EXPECT_EQ(whole.at("detail").get<std::string>().rfind("no reply of 2040 words: result -", 0), 0U)
+        << whole;
+}
+
+TEST(Doctor, ATextReplyThatComesInPieces) {
+    const auto talk = [](Peer& peer) {
+        for (std::string line = peer.ReadLine(); !line.empty(); line = peer.ReadPacket()) {
+            peer.Send("only ");
+            std::this_thread::sleep_for(std::chrono::milliseconds(5)); // lets the pieces be pieces
+            peer.Send("texts\n");
+        }
+    };
+    ScriptedServer server(
+        {[](Peer& peer) { peer.WaitForClose(); }, talk, talk, talk, talk, talk, talk, talk});
+    const auto object =
+        nlohmann::json::parse(Doctor("127.0.0.1", std::to_string(server.Port()), {"--json"}).out);
+    EXPECT_EQ(object.at("steps")[5].at("detail"),
+              "a block of 175 frames of 2 channels was answered with the text 'only texts'");
+}
+
+TEST(Doctor, AddressesThatTheTalkerTakes) {
+    const ServeProcess server;
+    for (const char* host : {"127.1", "0x7f.1", "0177.0.0.1", "2130706433"}) {
+        const auto end = Doctor(host, server.Port(), {"--json"});
+        EXPECT_EQ(end.exitCode, 0) << host << end.out;
+    }
+}
+
+TEST(Doctor, ABlockThatNoReplyCanHoldIsNotTheServersFault) {
+    const ServeProcess server({"--channels", "8"});
+    const auto end = Doctor("127.0.0.1", server.Port(), {"--json", "--block", "200000"});
+    EXPECT_EQ(end.exitCode, 4);
+    const auto object = nlohmann::json::parse(end.out);
+    EXPECT_EQ(Last(object).at("detail"), "a block of 200000 frames of 8 channels is too long");
+    EXPECT_EQ(Last(object).at("try"), "--block 32767 at most");
 }
 
 TEST(Doctor, WrongUsage) {
