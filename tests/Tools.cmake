@@ -8,7 +8,13 @@ add_executable(tool_tests
   support/ScriptedServer.cpp
   support/Subprocess.cpp
   support/Subprocess_test.cpp
+  tools/program/Errors_test.cpp
+  tools/program/SameFile_test.cpp
   tools/report/BlockCsv_test.cpp
+  tools/audio/AudioFile_test.cpp
+  tools/audio/FilePump_test.cpp
+  tools/audio/WaveStream_test.cpp
+  tools/checks/RawConnection_test.cpp
   tools/commands/Compare_test.cpp
   tools/report/Comparison_test.cpp
   tools/commands/ConnectionOptions_test.cpp
@@ -25,6 +31,7 @@ add_executable(tool_tests
   tools/commands/Pump_test.cpp
   host/RunStatistics_test.cpp
   host/Session_test.cpp
+  tools/wire/Requests_test.cpp
   tools/wire/Samples_test.cpp
   tools/commands/Send_test.cpp
   tools/wire/ServerProtocol_test.cpp

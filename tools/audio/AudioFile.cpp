@@ -1,6 +1,7 @@
 #include "tools/audio/AudioFile.h"
 
 #include "base/WaveFile.h"
+#include "tools/audio/WaveStream.h"
 #include "tools/program/Errors.h"
 #include "tools/program/Interrupt.h"
 
@@ -19,6 +20,8 @@ namespace vrx::tool {
 namespace {
 
 namespace fs = std::filesystem;
+
+constexpr char kStandardInput[] = "standard input"; // in messages
 
 struct Ending {
     const char* text;
@@ -180,15 +183,18 @@ mode_t OrdinaryMode() {
 } // namespace
 
 AudioReader::AudioReader(const std::string& path)
-    : m_path(path), m_file(sf_open(path.c_str(), SFM_READ, &m_info)) {
+    : m_path(path == kStandardStream ? kStandardInput : path),
+      m_file(path == kStandardStream ? sf_open_fd(STDIN_FILENO, SFM_READ, &m_info, SF_FALSE)
+                                     : sf_open(path.c_str(), SFM_READ, &m_info)) {
     if (m_file != nullptr) return;
-    if (::access(path.c_str(), R_OK) != 0)
+    if (path != kStandardStream && ::access(path.c_str(), R_OK) != 0)
         FailFile(m_path, std::string("cannot be read: ") + std::strerror(errno));
     FailFile(m_path, std::string("cannot be read as audio: ") + sf_strerror(nullptr));
 }
 
 std::uint64_t AudioReader::Frames() const {
-    const bool known = m_info.frames > 0 && m_info.frames < SF_COUNT_MAX;
+    // A pipe's header was written before its end was known.
+    const bool known = m_path != kStandardInput && m_info.frames > 0 && m_info.frames < SF_COUNT_MAX;
     return known ? static_cast<std::uint64_t>(m_info.frames) : 0;
 }
 
@@ -206,6 +212,7 @@ std::size_t AudioReader::Read(std::uint32_t* words, std::size_t frames, SampleFo
 
 void AudioWriter::Check(const std::string& path, const AudioFormat& format, bool overwrite,
                         std::uint64_t frames) {
+    if (path == kStandardStream) return;
     const int kind = FormatOf(path, format.samples);
     SF_INFO info{};
     info.channels = static_cast<int>(format.channels);
@@ -241,6 +248,9 @@ AudioWriter::AudioWriter(const std::string& path, const AudioFormat& format, boo
         m_sink = std::make_unique<SndfileSink>(m_fd, format, kind);
 }
 
+AudioWriter::AudioWriter(int descriptor, const AudioFormat& format)
+    : m_path("standard output"), m_format(format), m_sink(std::make_unique<WaveStream>(descriptor, format)) {}
+
 AudioWriter::~AudioWriter() {
     m_sink.reset();
     if (m_fd >= 0) ::close(m_fd);
@@ -251,12 +261,14 @@ AudioWriter::~AudioWriter() {
 
 void AudioWriter::Write(const std::uint32_t* words, std::size_t frames, SampleFormat kind) {
     if (!m_sink->Write(words, frames * m_format.channels, kind))
-        Fail("cannot be written after frame " + std::to_string(m_framesWritten) + ": is the disk full?");
+        Fail("cannot be written after frame " + std::to_string(m_framesWritten) + ": " +
+             (m_fd >= 0 ? "is the disk full?" : "has the program behind it ended?"));
     m_framesWritten += frames;
 }
 
 void AudioWriter::Finish() {
     if (!m_sink->Close()) Fail("cannot be completed: is the disk full?");
+    if (m_fd < 0) return;
     ::fchmod(m_fd, OrdinaryMode());
     const std::string target = Resolved(m_path);
     // Without leave to overwrite, a file that came into being during the run is kept. Some file systems

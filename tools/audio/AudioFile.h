@@ -11,10 +11,14 @@
 
 namespace vrx::tool {
 
-/// Reads any sound file that libsndfile knows, as interleaved words.
+/// The name that stands for standard input or standard output.
+inline constexpr char kStandardStream[] = "-";
+
+/// Reads any sound file that libsndfile knows, as interleaved words. From a pipe it reads no further ahead than it
+/// was asked to.
 class AudioReader {
 public:
-    /// Throws Failure when the file cannot be opened or is no sound file.
+    /// path   "-": standard input. Throws Failure when it cannot be opened or is no sound file.
     explicit AudioReader(const std::string& path);
 
     unsigned Channels() const { return static_cast<unsigned>(m_info.channels); }
@@ -56,7 +60,7 @@ public:
     virtual bool Close() = 0;
 };
 
-/// Writes a sound file under a temporary name in the same folder; `Finish` gives it its own name, and
+/// Writes a sound file, or to standard output a WAV file of unknown length, block by block. A file is written under a temporary name in the same folder; `Finish` gives it its own name, and
 /// without `Finish` nothing of it stays. The kind of file follows from the ending: PCM .wav is written by
 /// the toolkit's CWaveWriter; float .wav and .flac, .aif, .aiff, .au, .caf, .w64, .rf64, .ogg and .opus by
 /// libsndfile. FLAC holds 24 bits where 32 are asked for; .ogg and .opus have their own sample format.
@@ -65,12 +69,15 @@ public:
     /// Throws Failure when the ending is unknown, when the file exists and `overwrite` is false, when it
     /// exists and is no ordinary file, or when nothing can be written there.
     AudioWriter(const std::string& path, const AudioFormat& format, bool overwrite);
+
+    /// Writes a WAV file of unknown length to `descriptor`, which stays the caller's.
+    AudioWriter(int descriptor, const AudioFormat& format);
     ~AudioWriter();
     AudioWriter(const AudioWriter&) = delete;
     AudioWriter& operator=(const AudioWriter&) = delete;
 
     /// Throws Failure when `path` could not be written to under these conditions; for a check before a
-    /// long run that `frames` frames fit into this kind of file.
+    /// long run that `frames` frames fit into this kind of file. "-" holds anything.
     static void Check(const std::string& path, const AudioFormat& format, bool overwrite,
                       std::uint64_t frames);
 
@@ -84,8 +91,8 @@ private:
     std::string m_path;
     std::string m_temporary; // "" once it is gone
     AudioFormat m_format;
-    bool m_overwrite;
-    int m_fd = -1;
+    bool m_overwrite = false;
+    int m_fd = -1; // the file's; -1 for a stream
     std::uint64_t m_framesWritten = 0;
     std::unique_ptr<SampleSink> m_sink;
 };

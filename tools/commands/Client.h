@@ -32,6 +32,9 @@ public:
     /// Writes to the program's standard output. Throws Failure when that fails.
     void Print(std::string_view text) const { m_output.Print(text); }
 
+    /// The program's standard output itself.
+    const CapturedOutput& Output() const { return m_output; }
+
 private:
     Client(host::ServerSettings server, const std::string& plugin);
     [[noreturn]] void FailToConnect() const;

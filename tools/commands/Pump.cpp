@@ -7,6 +7,7 @@
 #include "tools/program/Interrupt.h"
 #include "tools/program/Numbers.h"
 #include "tools/program/OutputFile.h"
+#include "tools/program/SameFile.h"
 #include "tools/report/BlockCsv.h"
 #include "tools/report/HtmlReport.h"
 #include "tools/report/ProgressLine.h"
@@ -14,7 +15,9 @@
 #include "tools/report/RunSummary.h"
 
 #include <csignal>
+#include <cstdio>
 #include <optional>
+#include <unistd.h>
 
 namespace vrx::tool {
 
@@ -30,7 +33,8 @@ struct PumpOptions {
     std::string out;
     std::size_t block = 0; // 0: chosen here
     std::string samples;   // "": chosen here
-    std::string bits;      // "": chosen here
+    std::string replies = "auto";
+    std::string bits; // "": chosen here
     std::uint64_t tail = 0;
     unsigned retries = 3;
     bool force = false;
@@ -74,14 +78,35 @@ SampleStorage ChooseStorage(const PumpOptions& options, const AudioReader& reade
     return wants16 ? SampleStorage::kPcm16 : SampleStorage::kPcm32;
 }
 
-void CheckSideFiles(const PumpOptions& options) {
-    const bool reportTaken = !options.report.empty() && options.report == options.out;
-    const bool csvTaken =
-        !options.csv.empty() && (options.csv == options.out || options.csv == options.report);
-    if (reportTaken || csvTaken)
-        throw Failure{kWrongUsage, "OUT, --report and --csv name the same file: give each its own"};
+bool Streams(const std::string& path) {
+    return path == kStandardStream;
+}
+
+/// Nothing that the run needs or leaves may take the place of something else of it.
+void CheckFiles(const PumpOptions& options) {
+    RefuseSameFiles({{"IN", options.in, STDIN_FILENO},
+                     {"OUT", options.out, STDOUT_FILENO},
+                     {"--report", options.report},
+                     {"--csv", options.csv}});
+    if (Streams(options.in) && ::isatty(STDIN_FILENO) == 1)
+        throw Failure{kWrongUsage, "IN is a terminal: pipe audio into it, or name a file"};
+    if (Streams(options.out) && ::isatty(STDOUT_FILENO) == 1)
+        throw Failure{kWrongUsage, "OUT is a terminal: pipe it into a program, or name a file"};
     if (!options.report.empty()) OutputFile::Check(options.report, options.force);
     if (!options.csv.empty()) OutputFile::Check(options.csv, options.force);
+}
+
+host::Replies ChooseReplies(const PumpOptions& options, const host::ServerSettings& server,
+                            std::size_t words) {
+    if (options.replies == "single") return host::Replies::kSingle;
+    // A port that --args gives below 0 already says how replies are taken.
+    if (options.replies == "auto")
+        return server.port > 0 ? host::SuitingReplies(words) : host::Replies::kSingle;
+    if (words > host::kWholeReplyWords)
+        throw Failure{kWrongUsage, "--replies whole: a whole reply holds " +
+                                       std::to_string(host::kWholeReplyWords) + " words, and a block has " +
+                                       std::to_string(words) + ": choose a smaller --block"};
+    return host::Replies::kWhole;
 }
 
 /// What goes on in one run: the input and how it is to be stored, the stream, and what the server said.
@@ -90,6 +115,7 @@ struct Stream {
     AudioFormat format;
     std::optional<host::PinValues> pins;
     FileRun file;
+    host::Replies replies = host::Replies::kSingle;
 
     std::uint64_t ExpectedFrames() const { return reader.Frames() + file.tail; }
     double BlockSeconds() const { return static_cast<double>(file.blockFrames) / reader.SampleRate(); }
@@ -98,12 +124,12 @@ struct Stream {
 
 /// Opens the input and checks that everything may be written, before the network is touched.
 Stream OpenInput(const PumpOptions& options) {
-    Stream stream{AudioReader(options.in), {}, {}, {}};
+    CheckFiles(options);
+    Stream stream{AudioReader(options.in), {}, {}, {}, {}};
     const AudioReader& reader = stream.reader;
     stream.format = {reader.Channels(), reader.SampleRate(), ChooseStorage(options, reader)};
     stream.file.tail = options.tail;
     AudioWriter::Check(options.out, stream.format, options.force, stream.ExpectedFrames());
-    CheckSideFiles(options);
     return stream;
 }
 
@@ -113,6 +139,8 @@ void AskServer(Client& client, const PumpOptions& options, Stream& stream) {
     const host::PinValues said = stream.pins.value_or(host::PinValues{});
     stream.file.words = ChooseWords(options, said);
     stream.file.blockFrames = ChooseBlock(options, said, client.Server(), stream.reader.Channels());
+    stream.replies = ChooseReplies(options, client.Server(), stream.BlockWords());
+    client.Session().TakeReplies(stream.replies);
 }
 
 /// What is noted of each block, and what is told of all of them.
@@ -147,8 +175,9 @@ public:
                                  m_stream.reader.Channels(),
                                  m_stream.reader.SampleRate(),
                                  elapsed,
-                                 m_options.paced};
-        client.Print(m_options.json ? JsonLine(summary.Json()) : summary.Line());
+                                 m_options.paced,
+                                 m_stream.replies};
+        Print(client, m_options.json ? JsonLine(summary.Json()) : summary.Text());
         if (m_page) WritePage(client, summary, ended);
         if (m_csv) m_csv->Finish();
     }
@@ -156,6 +185,12 @@ public:
     const host::RunStatistics& Statistics() const { return m_statistics; }
 
 private:
+    /// Where the audio does not go.
+    void Print(const Client& client, const std::string& text) const {
+        if (!Streams(m_options.out)) return client.Print(text);
+        (void)std::fputs(text.c_str(), stderr);
+    }
+
     void WritePage(const Client& client, const RunSummary& summary, const std::string& ended) {
         const PumpPage page{.run = summary,
                             .input = m_options.in,
@@ -201,7 +236,8 @@ int RunPump(const PumpOptions& options) {
     Stream stream = OpenInput(options);
     Client client(options.server);
     AskServer(client, options, stream);
-    AudioWriter writer(options.out, stream.format, options.force);
+    AudioWriter writer = Streams(options.out) ? AudioWriter(client.Output().Real(), stream.format)
+                                              : AudioWriter(options.out, stream.format, options.force);
     RunRecord record(options, stream);
     host::SteadyRunClock clock(Interrupted);
     host::BlockPump pump(client.Session(), clock, stream.BlockWords(), options.retries,
@@ -210,7 +246,9 @@ int RunPump(const PumpOptions& options) {
         PumpAll(client, pump, options, stream, writer, record);
     } catch (const Failure& failure) {
         record.Finish(client, pump.Elapsed(), failure.message);
-        throw Failure{failure.code, failure.message + "; " + options.out + " was not written"};
+        throw Failure{failure.code,
+                      failure.message + (Streams(options.out) ? "; standard output ends here"
+                                                              : "; " + options.out + " was not written")};
     }
     record.Finish(client, pump.Elapsed(), "");
 
@@ -226,8 +264,11 @@ int RunPump(const PumpOptions& options) {
 
 constexpr char kFooter[] =
     "Without --block and --samples the server's pins decide. What they do not say: float words, and as many\n"
-    "frames as let request and reply fit one Ethernet segment. The talker takes what one receive delivers,\n"
-    "so a longer reply may reach it incomplete.\n"
+    "frames as let request and reply fit one Ethernet segment. A single reply is what one receive delivers, "
+    "so\n"
+    "a longer one may be incomplete; a whole reply is collected, in blocks of up to 2040 words. auto: whole\n"
+    "where a reply does not fit one segment and a whole one can hold it.\n"
+    "- is standard input or output, as WAV of unknown length; what else is printed goes to standard error.\n"
     "A block that fails on the way is sent again; one that the server refuses becomes silence (exit code "
     "4).\n"
     "Rounding to 16 bits is to the nearest, halves to even; what lies outside the range is clipped.\n"
@@ -245,13 +286,18 @@ void AddPump(CLI::App& app, int& exitCode) {
     Subcommand<PumpOptions> command(app, exitCode, "pump", "Run an audio file through the server", RunPump,
                                     kFooter);
     PumpOptions& options = command.Values();
-    command.Add("IN", options.in, "", "Audio file to read")->required();
-    command.Add("OUT", options.out, "", "Audio file to write; its ending decides the kind")->required();
+    command.Add("IN", options.in, "", "Audio file to read; -: standard input")->required();
+    command
+        .Add("OUT", options.out, "", "Audio file to write; its ending decides the kind; -: standard output")
+        ->required();
     AddConnectionOptions(command.Command(), options.server);
     command.Add("--block", options.block, "FRAMES", "Frames per block [see below]")
         ->check(InRange(std::size_t{1}, kMostBlock));
     command.Add("--samples", options.samples, "f32|s32", "How a sample becomes a 32-bit word [see below]")
         ->check(OneOf({"f32", "s32"}));
+    command
+        .AddWithDefault("--replies", options.replies, "single|whole|auto", "How replies are taken, see below")
+        ->check(OneOf({"single", "whole", "auto"}));
     command.Add("--bits", options.bits, "16|32|float", "Samples in OUT [16 if IN has 16, else 32]")
         ->check(OneOf({"16", "32", "float"}));
     command.AddWithDefault("--tail", options.tail, "FRAMES", "Silence to send after the end")

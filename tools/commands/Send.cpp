@@ -37,8 +37,8 @@ int RunSend(const SendOptions& options) {
             throw Failure{kRunFailed, "no reply to '" + text + "' from " + client.Server().Place() + " (" +
                                           client.Session().Describe(result) +
                                           "): check the server and the command"};
-        client.Print(IsPacket(reply) ? "(a packet of " + std::to_string(reply.size()) + " bytes)\n"
-                                     : reply + "\n");
+        if (IsPacket(reply)) reply = "(a packet of " + std::to_string(reply.size()) + " bytes)";
+        client.Print((client.Output().IsTerminal() ? WithoutControls(reply) : reply) + "\n");
     }
     return kDone;
 }

@@ -2,6 +2,7 @@
 
 #include <string>
 #include <string_view>
+#include <unistd.h>
 
 namespace vrx::tool {
 
@@ -20,6 +21,10 @@ public:
 
     /// Writes to the real standard output, unbuffered. Throws Failure when that fails.
     void Print(std::string_view text) const;
+
+    /// The descriptor of the real standard output, and whether that is a terminal.
+    int Real() const { return m_real; }
+    bool IsTerminal() const { return ::isatty(m_real) == 1; }
 
 private:
     int m_real = -1;   // a duplicate of the real standard output

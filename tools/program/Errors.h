@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdio>
 #include <exception>
 #include <string>
@@ -24,11 +25,13 @@ struct Failure {
 };
 
 /// Control characters, which can come in through file names and server replies, as '?': the text stays one
-/// line and cannot steer a terminal.
+/// line and cannot steer a terminal. Those are the bytes below 0x20, 0x7F, and U+0080 to U+009F in UTF-8.
 inline std::string WithoutControls(std::string text) {
-    for (char& c : text) {
-        const auto byte = static_cast<unsigned char>(c);
-        if (byte < 0x20 || byte == 0x7F) c = '?';
+    const auto byte = [&text](std::size_t at) { return static_cast<unsigned char>(text[at]); };
+    for (std::size_t at = 0; at < text.size(); ++at) {
+        if (byte(at) < 0x20 || byte(at) == 0x7F) text[at] = '?';
+        const bool second = at > 0 && byte(at - 1) == 0xC2 && byte(at) >= 0x80 && byte(at) <= 0x9F;
+        if (second) text[at - 1] = text[at] = '?';
     }
     return text;
 }

@@ -57,8 +57,8 @@ std::vector<ReportFact> Facts(const PumpPage& page) {
         {"Block", std::to_string(run.blockFrames) + " frames, " + Brief(statistics.Deadline()) + " ms"},
         {"Stream", Counted(run.channels, "channel") + " at " + std::to_string(run.sampleRate) + " Hz, " +
                        (page.words == SampleFormat::kF32 ? "32-bit float words" : "32-bit integer words")},
-        {"Replies", page.replies == host::Replies::kWhole ? "collected until they are whole"
-                                                          : "what one receive delivers"},
+        {"Replies", run.replies == host::Replies::kWhole ? "collected until they are whole"
+                                                         : "what one receive delivers"},
         {"Pace", run.paced ? "each block when it was due in real time" : "as fast as the replies came"},
         {"Longest run of missed deadlines", std::to_string(statistics.LongestMissedRun())},
         {"Frames written",

@@ -16,7 +16,6 @@ struct PumpPage {
     std::string input;
     std::optional<host::PinValues> pins; ///< empty: the server did not say
     SampleFormat words = SampleFormat::kF32;
-    host::Replies replies = host::Replies::kSingle;
     std::uint64_t tail = 0;
     unsigned retries = 0;
     std::string pluginFile;

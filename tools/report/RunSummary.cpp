@@ -1,23 +1,49 @@
 #include "tools/report/RunSummary.h"
 
+#include "tools/program/Errors.h"
 #include "tools/program/Numbers.h"
 
 namespace vrx::tool {
 
-std::string RunSummary::Line() const {
+namespace {
+
+constexpr std::size_t kColumns = 100;
+
+/// A name without control characters and cut in front to at most `width` bytes: its end tells more. Never cuts a UTF-8
+/// character.
+std::string Shortened(const std::string& name, std::size_t width) {
+    constexpr std::string_view kCut = "...";
+    const std::string text = WithoutControls(name);
+    if (text.size() <= width) return text;
+    std::size_t from = text.size() - (width - kCut.size());
+    while (from < text.size() && (static_cast<unsigned char>(text[from]) & 0xC0) == 0x80) ++from;
+    return std::string(kCut) + text.substr(from);
+}
+
+std::string Milliseconds(double value) {
+    return Fixed(value, 3) + " ms";
+}
+
+} // namespace
+
+std::string RunSummary::Text() const {
     const host::BlockTimes times = statistics.Times();
     const host::BlockRecord& last = statistics.Last();
-    const std::string missed = paced ? std::to_string(statistics.Missed()) + " missed (longest run " +
-                                           std::to_string(statistics.LongestMissedRun()) + "), "
-                                     : "";
-    return input + ": " + std::to_string(statistics.Blocks()) + " blocks of " + std::to_string(blockFrames) +
-           " frames through " + server.Place() + ", " + std::to_string(frames) + " frames, " +
+    constexpr std::size_t kNameWidth = (kColumns - 4) / 2;
+    const std::string missed = std::to_string(statistics.Missed()) + " missed (longest run " +
+                               std::to_string(statistics.LongestMissedRun()) + "), ";
+    const std::string sizes = Counted(statistics.Blocks(), "block") + " of " + Counted(blockFrames, "frame") +
+                              " (" + Counted(channels, "channel") + " at " + std::to_string(sampleRate) +
+                              " Hz) through ";
+    return Shortened(input, kNameWidth) + " -> " +
+           (output.empty() ? "nothing written" : Shortened(output, kNameWidth)) + "\n  " + sizes +
+           Shortened(server.Place(), kColumns - 2 - sizes.size()) + "\n  " + Counted(frames, "frame") + ", " +
            std::to_string(statistics.Failed()) + " failed, " + std::to_string(statistics.Retried()) +
-           " retried, " + missed + Fixed(host::TimesRealTime(frames, sampleRate, seconds), 1) +
-           " times real time, p50 " + Fixed(times.p50, 3) + " ms, p95 " + Fixed(times.p95, 3) + " ms, p99 " +
-           Fixed(times.p99, 3) + " ms, max " + Fixed(times.max, 3) + " ms, cycles " +
-           Fixed(double{last.averageCycles}, 0) + " average " + Fixed(double{last.pumpCycles}, 0) +
-           " pump -> " + (output.empty() ? "nothing written" : output) + "\n";
+           " retried, " + (paced ? missed : "") + Fixed(host::TimesRealTime(frames, sampleRate, seconds), 1) +
+           " times real time\n  round trip p50 " + Milliseconds(times.p50) + ", p95 " +
+           Milliseconds(times.p95) + ", p99 " + Milliseconds(times.p99) + ", max " + Milliseconds(times.max) +
+           "\n  cycles " + Fixed(double{last.averageCycles}, 0) + " average, " +
+           Fixed(double{last.pumpCycles}, 0) + " pump\n";
 }
 
 nlohmann::json RunSummary::Json() const {
@@ -38,6 +64,7 @@ nlohmann::json RunSummary::Json() const {
         {"milliseconds", TimesAsJson(statistics.Times())},
         {"cycles", {{"average", last.averageCycles}, {"pump", last.pumpCycles}}},
         {"paced", paced},
+        {"replies", replies == host::Replies::kWhole ? "whole" : "single"},
     };
     if (paced) {
         object["deadline_milliseconds"] = statistics.Deadline();

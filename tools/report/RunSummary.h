@@ -1,7 +1,7 @@
 #pragma once
 
 #include "host/RunStatistics.h"
-#include "host/ServerSettings.h"
+#include "host/Session.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -10,7 +10,7 @@
 
 namespace vrx::tool {
 
-/// What the summary of a run tells, as a line and as JSON.
+/// What the summary of a run tells, as text and as JSON.
 struct RunSummary {
     std::string input;
     std::string output; ///< "": nothing was written
@@ -22,8 +22,10 @@ struct RunSummary {
     int sampleRate = 0;
     double seconds = 0; ///< that the run took
     bool paced = false;
+    host::Replies replies = host::Replies::kSingle;
 
-    std::string Line() const;
+    /// Several short lines, none wider than 100 columns.
+    std::string Text() const;
     nlohmann::json Json() const;
 };
 

@@ -11,6 +11,7 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 #include <sndfile.h>
+#include <sstream>
 #include <thread>
 
 namespace {
@@ -216,12 +217,43 @@ TEST_F(Pump, ReadsAFloatFileAndWrites32BitsByDefault) {
     }
 }
 
-TEST_F(Pump, OverwritesItsOwnInputWhenForced) {
-    const ServeProcess server({"--channels", "1", "--process", "invert"});
-    m_out = m_in;
-    EXPECT_EQ(Run(server).exitCode, 2);
-    EXPECT_EQ(Run(server, {"--force"}).exitCode, 0);
-    EXPECT_EQ(m_folder.Read("in.wav"), Wav16(1, {-1000, 1000, -32767, 32767, -7}));
+TEST_F(Pump, KeepsItsFilesApart) {
+    const ServeProcess server({"--channels", "1"});
+    const std::string input = m_folder.Read("in.wav");
+    std::filesystem::create_hard_link(m_in, m_folder / "hard.wav");
+    std::filesystem::create_symlink("in.wav", m_folder / "soft.wav");
+    std::filesystem::create_symlink("new.wav", m_folder / "dangling.wav");
+    struct Case {
+        const char* what;
+        Strings arguments;
+        const char* names;
+    };
+    const std::string out = m_folder / "new.wav";
+    const Case cases[] = {
+        {"IN as OUT", {m_in, m_in}, "IN and OUT"},
+        {"IN as the report", {m_in, out, "--report", m_in}, "IN and --report"},
+        {"IN as the CSV", {m_in, out, "--csv", m_in}, "IN and --csv"},
+        {"another spelling", {m_in, out, "--csv", m_folder / "./in.wav"}, "IN and --csv"},
+        {"a hard link", {m_in, out, "--report", m_folder / "hard.wav"}, "IN and --report"},
+        {"a symbolic link", {m_in, out, "--report", m_folder / "soft.wav"}, "IN and --report"},
+        {"OUT as the report", {m_in, out, "--report", out}, "OUT and --report"},
+        {"a link to OUT that is not there yet",
+         {m_in, out, "--csv", m_folder / "dangling.wav"},
+         "OUT and --csv"},
+        {"report and CSV",
+         {m_in, out, "--csv", m_folder / "x", "--report", m_folder / "x"},
+         "--report and --csv"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        const auto end = Vrx(Joined({"pump", "--force", "--servport", server.Port()}, c.arguments));
+        EXPECT_EQ(end.exitCode, 1);
+        EXPECT_TRUE(IsOneLine(end.err)) << end.err;
+        EXPECT_EQ(end.err.rfind(std::string("vrx pump: ") + c.names + " name the same file (", 0), 0U)
+            << end.err;
+        EXPECT_EQ(m_folder.Read("in.wav"), input);
+        EXPECT_FALSE(std::filesystem::exists(out));
+    }
 }
 
 TEST_F(Pump, ReplacesWhatALinkPointsTo) {
@@ -281,20 +313,164 @@ TEST_F(Pump, RefusesABlockThatNoReplyCanHold) {
 
 // ---- the summary
 
-TEST_F(Pump, SumsUpInOneLine) {
+/// The lines without their line feeds.
+Strings Lines(const std::string& text) {
+    Strings lines;
+    std::istringstream in(text);
+    for (std::string line; std::getline(in, line);) lines.push_back(line);
+    return lines;
+}
+
+TEST_F(Pump, SumsUpInShortLines) {
     ScriptedServer server({EchoBlocks(3)});
     const auto end = Run(server.Port());
     EXPECT_EQ(end.exitCode, 0) << end.err;
     EXPECT_EQ(end.err, "");
-    ASSERT_TRUE(IsOneLine(end.out)) << end.out;
-    const std::string start = m_in +
-                              ": 3 blocks of 2 frames through 127.0.0.1:" + std::to_string(server.Port()) +
-                              ", 5 frames, 0 failed, 0 retried, ";
-    EXPECT_EQ(end.out.substr(0, start.size()), start);
-    const std::string finish = ", cycles 16 average 32 pump -> " + m_out + "\n";
-    EXPECT_EQ(end.out.substr(end.out.size() - finish.size()), finish);
-    for (const char* figure : {" times real time, p50 ", " ms, p95 ", " ms, p99 ", " ms, max "})
-        EXPECT_NE(end.out.find(figure), std::string::npos) << figure;
+    const Strings lines = Lines(end.out);
+    ASSERT_EQ(lines.size(), 5U) << end.out;
+    EXPECT_EQ(lines[0], m_in + " -> " + m_out);
+    EXPECT_EQ(lines[1], "  3 blocks of 2 frames (1 channel at 8000 Hz) through 127.0.0.1:" +
+                            std::to_string(server.Port()));
+    EXPECT_EQ(lines[2].rfind("  5 frames, 0 failed, 0 retried, ", 0), 0U) << lines[2];
+    EXPECT_TRUE(lines[2].ends_with(" times real time")) << lines[2];
+    EXPECT_EQ(lines[3].rfind("  round trip p50 ", 0), 0U) << lines[3];
+    for (const char* figure : {" ms, p95 ", " ms, p99 ", " ms, max "})
+        EXPECT_NE(lines[3].find(figure), std::string::npos) << figure;
+    EXPECT_EQ(lines[4], "  cycles 16 average, 32 pump");
+}
+
+TEST_F(Pump, SumsUpLongAndOddNamesInShortLinesToo) {
+    const ServeProcess server({"--channels", "1"});
+    m_in = m_folder.Write(std::string(120, 'i') + "\033[31m.wav", Wav16(1, {1}));
+    m_out = m_folder / (std::string(120, 'o') + ".wav");
+    const auto end = Run(server);
+    EXPECT_EQ(end.exitCode, 0) << end.err;
+    for (const std::string& line : Lines(end.out)) EXPECT_LE(line.size(), 100U) << line;
+    EXPECT_NE(end.out.find("i?[31m.wav -> ..."), std::string::npos) << end.out;
+    EXPECT_EQ(end.out.find('\033'), std::string::npos);
+}
+
+// ---- pipes
+
+/// What a shell makes of this, with `vrx` for the program.
+Subprocess::Outcome Shell(const std::string& command) {
+    return RunProgram({"sh", "-c", "vrx() { " VRX_PROGRAM " \"$@\"; }; " + command});
+}
+
+TEST_F(Pump, ReadsStandardInputAndWritesStandardOutput) {
+    const ServeProcess server({"--channels", "1"});
+    const auto end = Shell("cat " + m_in + " | vrx pump - - --servport " + server.Port() + " >" + m_out);
+    EXPECT_EQ(end.exitCode, 0) << end.err;
+    EXPECT_EQ(end.out, "");
+    EXPECT_EQ(end.err.rfind("- -> -\n  1 block of ", 0), 0U) << end.err;
+    const std::string in = m_folder.Read("in.wav");
+    const std::string unknown = "\xFF\xFF\xFF\xFF";
+    EXPECT_EQ(m_folder.Read("out.wav"),
+              in.substr(0, 4) + unknown + in.substr(8, 32) + unknown + in.substr(44));
+}
+
+TEST_F(Pump, PassesItsJsonBesideThePipe) {
+    const ServeProcess server({"--channels", "1"});
+    const auto end = Shell("vrx pump " + m_in + " - --json --servport " + server.Port() + " >" + m_out);
+    EXPECT_EQ(end.exitCode, 0);
+    EXPECT_EQ(nlohmann::json::parse(end.err).at("output"), "-");
+}
+
+TEST_F(Pump, FeedsItselfThroughAPipe) {
+    const ServeProcess server({"--channels", "1", "--process", "invert"});
+    const std::string port = " --servport " + server.Port();
+    for (const char* bits : {"16", "32", "float"}) {
+        SCOPED_TRACE(bits);
+        const auto end = Shell("vrx pump " + m_in + " - --bits " + bits + port +
+                               " 2>/dev/null | vrx pump - " + m_out + " --force --bits 16" + port);
+        EXPECT_EQ(end.exitCode, 0) << end.err;
+        // Inverted twice; the smallest sample has no inverse in 16 bits, and was clipped on the way.
+        const int smallest = std::string(bits) == "16" ? -32767 : -32768;
+        EXPECT_EQ(m_folder.Read("out.wav"), Wav16(1, {1000, -1000, 32767, smallest, 7}));
+    }
+}
+
+TEST_F(Pump, AnswersABlockBeforeTheNextOneComes) {
+    // The server sees one block of what the pipe holds so far, while the pipe stays open.
+    const ServeProcess server({"--channels", "1"});
+    const auto end =
+        Shell("mkfifo " + m_folder / "in" + " " + m_folder / "out" + "; " +
+              "vrx pump - - --block 2 --servport " + server.Port() + " <" + m_folder / "in" + " >" +
+              m_folder / "out" + " 2>/dev/null & exec 3>" + m_folder / "in" + " 4<" + m_folder / "out" +
+              "; head -c 48 " + m_in + " >&3; head -c 48 <&4 | tail -c 4 | od -An -td2; exec 3>&-; wait");
+    EXPECT_EQ(end.out, "   1000  -1000\n") << end.err;
+}
+
+TEST_F(Pump, EndsWhenNobodyReadsItsOutput) {
+    const ServeProcess server({"--channels", "1"});
+    m_folder.Write("in.wav", Wav16(1, Noise(200000)));
+    const auto end = Shell("{ vrx pump " + m_in + " - --servport " + server.Port() +
+                           "; echo $? >&2; } | head -c 1000 >/dev/null");
+    EXPECT_NE(end.err.find("vrx pump: standard output: cannot be written after frame "), std::string::npos)
+        << end.err;
+    EXPECT_TRUE(end.err.ends_with("; standard output ends here\n2\n")) << end.err;
+}
+
+TEST_F(Pump, RefusesATerminalForAudio) {
+    const auto in =
+        RunProgram({"script", "-qec", VRX_PROGRAM " pump - " + m_out + " --servport 1", "/dev/null"});
+    EXPECT_NE(in.out.find("vrx pump: IN is a terminal: "), std::string::npos) << in.out;
+    const auto out =
+        RunProgram({"script", "-qec", VRX_PROGRAM " pump " + m_in + " - --servport 1", "/dev/null"});
+    EXPECT_NE(out.out.find("vrx pump: OUT is a terminal: "), std::string::npos) << out.out;
+}
+
+// ---- how replies are taken
+
+TEST_F(Pump, TakesWholeRepliesThatComeInPieces) {
+    m_folder.Write("in.wav", Wav16(2, Noise(20000)));
+    const ServeProcess server({"--faults", "pieces=700"});
+    for (const char* replies : {"auto", "whole"}) {
+        SCOPED_TRACE(replies);
+        const auto end = Run(server, {"--block", "1020", "--replies", replies, "--force", "--json"});
+        EXPECT_EQ(end.exitCode, 0) << end.err;
+        EXPECT_EQ(m_folder.Read("out.wav"), m_folder.Read("in.wav"));
+        EXPECT_EQ(nlohmann::json::parse(end.out).at("replies"), "whole");
+    }
+    const auto single = Run(server, {"--block", "1020", "--replies", "single", "--force", "--retries", "0"});
+    EXPECT_FALSE(single.exitCode == 0 && m_folder.Read("out.wav") == m_folder.Read("in.wav"))
+        << "what one receive delivers is a piece";
+}
+
+TEST_F(Pump, TakesSingleRepliesWhereTheyFitOrNothingElseHoldsThem) {
+    const ServeProcess server({"--channels", "1"});
+    const struct {
+        const char* block;
+        const char* replies;
+    } kRows[] = {{"358", "single"}, {"359", "whole"}, {"2040", "whole"}, {"2041", "single"}};
+    for (const auto& row : kRows) {
+        const auto end = Run(server, {"--block", row.block, "--force", "--json"});
+        EXPECT_EQ(nlohmann::json::parse(end.out).at("replies"), row.replies) << row.block;
+    }
+}
+
+TEST_F(Pump, AsksForWholeRepliesAsTheTalkerKnowsThem) {
+    ScriptedServer server({[](Peer& peer) {
+        for (int i = 0; i < 2; ++i) AnswerConnect(peer); // the second one changes the port's sign
+        const std::string packet = peer.ReadPacket();
+        EXPECT_EQ(WordAt(packet, 8), 3U) << "two words of data";
+        EXPECT_EQ(WordAt(packet, 16), 2043U);
+        peer.Send(Words({0x07FF0003, 8188, 2043, 0x3A, 0, 0, 0}) + packet.substr(20, 8));
+        peer.Send(std::string(8188 - 36, '\0'));
+    }});
+    m_folder.Write("in.wav", Wav16(1, {5, -6}));
+    const auto end = Run(server.Port(), {"--replies", "whole"});
+    EXPECT_EQ(end.exitCode, 0) << end.err;
+    EXPECT_EQ(m_folder.Read("out.wav"), m_folder.Read("in.wav"));
+}
+
+TEST_F(Pump, RefusesWholeRepliesThatCannotHoldABlock) {
+    const ServeProcess server({"--channels", "1"});
+    const auto end = Run(server, {"--replies", "whole", "--block", "2041"});
+    EXPECT_EQ(end.exitCode, 1);
+    EXPECT_EQ(end.err,
+              "vrx pump: --replies whole: a whole reply holds 2040 words, and a block has 2041: choose a "
+              "smaller --block\n");
 }
 
 TEST_F(Pump, PrintsTheSameFactsAsJson) {
@@ -333,8 +509,7 @@ TEST_F(Pump, ShowsItsProgressOnATerminalOnly) {
          "/dev/null"});
     EXPECT_EQ(end.exitCode, 0);
     EXPECT_EQ(end.out.rfind("\r100 %, ", 0), 0U) << end.out;
-    EXPECT_NE(end.out.find(" times real time, 0:00 left\033[K\r\033[K" + m_in + ": 1 blocks"),
-              std::string::npos)
+    EXPECT_NE(end.out.find(" times real time, 0:00 left\033[K\r\033[K" + m_in + " -> "), std::string::npos)
         << end.out;
 }
 
@@ -503,6 +678,7 @@ TEST_F(Pump, RefusesWrongUsage) {
         {"pump", m_in, m_out, "--servport", "7000", "--block", "0"},
         {"pump", m_in, m_out, "--servport", "7000", "--samples", "f64"},
         {"pump", m_in, m_out, "--servport", "7000", "--bits", "24"},
+        {"pump", m_in, m_out, "--servport", "7000", "--replies", "double"},
         {"pump", m_in, m_out, "--servport", "7000", "--tail", "-1"},
         {"pump", m_in, m_out, "--servport", "7000", "--retries", "-1"},
         {"pump", m_in, m_out, "--servport", "7000", "--input", "a,b"},
