@@ -49,6 +49,11 @@ target_link_libraries(tool_tests PRIVATE vrx_commands vrx_build_options GTest::g
 add_dependencies(tool_tests compare_gain minimal_host vrx)
 gtest_discover_tests(tool_tests DISCOVERY_TIMEOUT 60)
 
+# Blocks of more than one segment over a link that cuts them, where the machine allows one.
+add_test(NAME whole_replies COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/tools/commands/WholeReplies_test.sh
+  $<TARGET_FILE:vrx> $<TARGET_FILE:VRX_talker_norvo>)
+set_tests_properties(whole_replies PROPERTIES SKIP_RETURN_CODE 77 TIMEOUT 300)
+
 # Not tests but runs of their own: see script/soak, script/fault-table and script/crowd.
 foreach(run soak fault_table crowd)
   add_executable(${run} reliability/${run}.cpp support/Subprocess.cpp)
