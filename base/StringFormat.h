@@ -11,8 +11,8 @@ namespace String {
 /// Formats as printf does and returns the text, up to its first NUL: a "%c" of 0 ends the result there.
 ///
 /// A null or empty format gives "", whatever the arguments. The result has at most 65,535 characters: longer
-/// output is never truncated, it ends the process (abort). So bound what comes from outside ("%.*s"). Uses 64
-/// KiB of stack. May be called from any thread.
+/// output is never truncated, it ends the process (abort). So bound what comes from outside ("%.*s"). Uses up to
+/// 70 KiB of stack. May be called from any thread.
 VRX_EXPORT std::string Format(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
 /// Format with an argument list; `args` is used up, as vprintf does.
