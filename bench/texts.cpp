@@ -5,6 +5,7 @@
 #include "bench/Rounds.h"
 
 #include <absl/strings/ascii.h>
+#include <absl/strings/str_format.h>
 #include <absl/strings/str_join.h>
 #include <absl/strings/str_replace.h>
 #include <boost/tokenizer.hpp>
@@ -37,19 +38,26 @@ std::string Snprintf(const char* format, Args... args) {
     return {buffer, static_cast<size_t>(length)};
 }
 
-template <class... Args>
-void AddFormatRow(const char* input, const char* format, Args... args) {
+/// `absl` calls absl::StrFormat with the same format, which that checks while it is compiled.
+template <class Absl, class... Args>
+void AddFormatRow(const char* format, Absl absl, Args... args) {
     Compare(
-        "String::Format", input, [=] { return String::Format(format, args...); },
+        "String::Format", format, [=] { return String::Format(format, args...); },
+        Peer("absl::StrFormat", [=] { return absl(args...); }),
         Peer("snprintf into a std::string", [=] { return Snprintf(format, args...); }),
         Peer(
             "fmt::sprintf", [=] { return fmt::sprintf(format, args...); }, kNoLimit));
 }
 
 void AddFormatRows() {
-    AddFormatRow("%s=%s", "%s=%s", "servport", "a value of twenty-5");
-    AddFormatRow("%d", "%d", -1234567);
-    AddFormatRow("connect,%s,%d", "connect,%s,%d", "server.example.org", 7001);
+    AddFormatRow(
+        "%s=%s", [](auto... args) { return absl::StrFormat("%s=%s", args...); }, "servport",
+        "a value of twenty-5");
+    AddFormatRow(
+        "%d", [](auto... args) { return absl::StrFormat("%d", args...); }, -1234567);
+    AddFormatRow(
+        "connect,%s,%d", [](auto... args) { return absl::StrFormat("connect,%s,%d", args...); },
+        "server.example.org", 7001);
 }
 
 void AddDateRow(const char* input, const char* zone) {
