@@ -31,6 +31,26 @@ TEST(Send, PrintsOneReplyPerLine) {
     EXPECT_EQ(end.err, "");
 }
 
+TEST(Send, HandsNoControlCharactersToATerminal) {
+    const auto script = [](Peer& peer) {
+        peer.ReadLine();
+        peer.Send("welcome\n");
+        peer.ReadLine();
+        peer.Send("\033]0;title\a\xC2\x9B"
+                  "2Jred\n");
+        peer.WaitForClose();
+    };
+    const ScriptedServer server({script, script});
+    const std::string command =
+        std::string(VRX_PROGRAM " send status --servport ") + std::to_string(server.Port());
+    const auto shown = RunProgram({"script", "-qec", command, "/dev/null"});
+    EXPECT_EQ(shown.out, "?]0;title???2Jred\r\n");
+    const auto piped = RunProgram({"sh", "-c", command});
+    EXPECT_EQ(piped.out, "\033]0;title\a\xC2\x9B"
+                         "2Jred\n")
+        << "a program gets every byte";
+}
+
 TEST(Send, RefusesTextsThatAreNotOneLine) {
     for (const std::string text : {"", "a\nb", "a\n"}) {
         SCOPED_TRACE(text);
