@@ -16,35 +16,99 @@ using std::chrono::milliseconds;
 constexpr milliseconds kLongest{3600000};
 constexpr milliseconds kBetweenPieces{1};
 constexpr size_t kInsideLengthWord = 6;
-constexpr size_t kEndlessPiece = 65536;
 constexpr size_t kLengthAt = 4;
 constexpr size_t kStatusAt = 16;
 constexpr uint32_t kWrongTag = 0x07FF0004;
 constexpr auto kNegativeStatus = static_cast<uint32_t>(-5);
 
+using Steps = std::vector<FaultStep>;
+
+FaultStep SendStep(std::string_view bytes) {
+    return {FaultStep::kSend, bytes};
+}
+FaultStep TimeStep(FaultStep::Kind kind, milliseconds time) {
+    return {kind, {}, time};
+}
+
+std::string_view View(std::span<char> reply) {
+    return {reply.data(), reply.size()};
+}
+
+/// The reply with one word replaced.
+Steps WithWord(std::span<char> reply, size_t offset, uint32_t word) {
+    std::memcpy(reply.data() + offset, &word, sizeof word);
+    return {SendStep(View(reply))};
+}
+
+Steps Interrupted(std::string_view reply, size_t at, milliseconds time) {
+    return {SendStep(reply.substr(0, at)), TimeStep(FaultStep::kWait, time), SendStep(reply.substr(at))};
+}
+
+std::string_view EndlessText() {
+    static const std::string text(65536, 'x');
+    return text;
+}
+
 enum class Value { kNone, kBytes, kTime };
 
-struct FaultName {
+} // namespace
+
+/// A row: adding one adds a fault.
+struct FaultScenario {
     std::string_view name;
-    Fault::Kind kind;
     Value value;
+    uint32_t leastBytes;
     std::string_view meaning;
+    Steps (*plan)(const Fault& fault, std::span<char> reply);
 };
-constexpr FaultName kFaultNames[] = {
-    {"pieces", Fault::kPieces, Value::kBytes, "the reply in pieces of N bytes, 1 ms apart"},
-    {"stall", Fault::kStall, Value::kTime, "half the reply, a pause of T, the rest"},
-    {"stall-header", Fault::kStallHeader, Value::kTime, "6 bytes, a pause of T inside the header, the rest"},
-    {"cut", Fault::kCut, Value::kBytes, "the first N bytes, then the connection ends"},
-    {"reset", Fault::kReset, Value::kNone, "the connection is reset"},
-    {"no-answer", Fault::kNoAnswer, Value::kNone, "nothing; the connection stays"},
-    {"wrong-tag", Fault::kWrongTag, Value::kNone, "tag 0x07FF0004"},
-    {"wrong-length", Fault::kWrongLength, Value::kBytes, "the length word says N bytes"},
-    {"negative-status", Fault::kNegativeStatus, Value::kNone, "status -5"},
-    {"text", Fault::kText, Value::kNone, "an error line instead of a packet"},
-    {"endless-text", Fault::kEndlessText, Value::kNone, "text without an end"},
-    {"late", Fault::kLate, Value::kTime, "the reply after T"},
-    {"duplicate", Fault::kDuplicate, Value::kNone, "the reply twice"},
-    {"refuse", Fault::kRefuse, Value::kTime, "the connection ends, new ones are refused for T"},
+
+namespace {
+
+constexpr FaultScenario kScenarios[] = {
+    {"pieces", Value::kBytes, 1, "the reply in pieces of N bytes, 1 ms apart",
+     [](const Fault& fault, std::span<char> reply) {
+         return Steps{{FaultStep::kSendInPieces, View(reply), {}, fault.bytes}};
+     }},
+    {"stall", Value::kTime, 0, "half the reply, a pause of T, the rest",
+     [](const Fault& fault, std::span<char> reply) {
+         return Interrupted(View(reply), reply.size() / 2, fault.time);
+     }},
+    {"stall-header", Value::kTime, 0, "6 bytes, a pause of T inside the header, the rest",
+     [](const Fault& fault, std::span<char> reply) {
+         return Interrupted(View(reply), kInsideLengthWord, fault.time);
+     }},
+    {"cut", Value::kBytes, 0, "the first N bytes, then the connection ends",
+     [](const Fault& fault, std::span<char> reply) {
+         return Steps{SendStep(View(reply).substr(0, fault.bytes)), TimeStep(FaultStep::kEnd, {})};
+     }},
+    {"reset", Value::kNone, 0, "the connection is reset",
+     [](const Fault&, std::span<char>) { return Steps{TimeStep(FaultStep::kReset, {})}; }},
+    {"no-answer", Value::kNone, 0, "nothing; the connection stays",
+     [](const Fault&, std::span<char>) { return Steps{}; }},
+    {"wrong-tag", Value::kNone, 0, "tag 0x07FF0004",
+     [](const Fault&, std::span<char> reply) { return WithWord(reply, 0, kWrongTag); }},
+    {"wrong-length", Value::kBytes, 0, "the length word says N bytes",
+     [](const Fault& fault, std::span<char> reply) { return WithWord(reply, kLengthAt, fault.bytes); }},
+    {"negative-status", Value::kNone, 0, "status -5",
+     [](const Fault&, std::span<char> reply) { return WithWord(reply, kStatusAt, kNegativeStatus); }},
+    {"text", Value::kNone, 0, "an error line instead of a packet",
+     [](const Fault&, std::span<char>) { return Steps{SendStep("error: a fault on purpose\n")}; }},
+    {"endless-text", Value::kNone, 0, "text without an end",
+     [](const Fault&, std::span<char>) {
+         return Steps{{FaultStep::kSendForever, EndlessText()}};
+     }},
+    {"late", Value::kTime, 0, "the reply after T",
+     [](const Fault& fault, std::span<char> reply) {
+         return Steps{TimeStep(FaultStep::kWait, fault.time), SendStep(View(reply))};
+     }},
+    {"duplicate", Value::kNone, 0, "the reply twice",
+     [](const Fault&, std::span<char> reply) {
+         return Steps{SendStep(View(reply)), SendStep(View(reply))};
+     }},
+    {"refuse", Value::kTime, 0, "the connection ends, new ones are refused for T",
+     [](const Fault& fault, std::span<char>) {
+         return Steps{TimeStep(FaultStep::kRefuse, fault.time), TimeStep(FaultStep::kEnd, {})};
+     }},
 };
 
 bool ParseCount(std::string_view text, uint32_t& count) {
@@ -62,12 +126,13 @@ bool ParseTime(std::string_view text, milliseconds& time) {
     return time <= kLongest;
 }
 
-bool ParseValue(std::string_view text, Value value, Fault& fault) {
-    switch (value) {
+bool ParseValue(std::string_view text, const FaultScenario& scenario, Fault& fault) {
+    switch (scenario.value) {
     case Value::kNone:
         return text.empty();
     case Value::kBytes:
-        return text.starts_with('=') && ParseCount(text.substr(1), fault.bytes);
+        return text.starts_with('=') && ParseCount(text.substr(1), fault.bytes) &&
+               fault.bytes >= scenario.leastBytes;
     case Value::kTime:
         return text.starts_with('=') && ParseTime(text.substr(1), fault.time);
     }
@@ -76,40 +141,12 @@ bool ParseValue(std::string_view text, Value value, Fault& fault) {
 
 bool ParseFault(std::string_view text, Fault& fault) {
     const std::string_view name = text.substr(0, text.find('='));
-    for (const FaultName& known : kFaultNames) {
+    for (const FaultScenario& known : kScenarios) {
         if (known.name != name) continue;
-        fault.kind = known.kind;
-        const bool empty = fault.kind == Fault::kPieces && text == "pieces=0";
-        return ParseValue(text.substr(name.size()), known.value, fault) && !empty;
+        fault.scenario = &known;
+        return ParseValue(text.substr(name.size()), known, fault);
     }
     return false;
-}
-
-FaultStep SendStep(std::string_view bytes) {
-    return {FaultStep::kSend, std::string(bytes), {}};
-}
-FaultStep TimeStep(FaultStep::Kind kind, milliseconds time) {
-    return {kind, {}, time};
-}
-
-/// The reply with one word replaced.
-std::string WithWord(std::string_view reply, size_t offset, uint32_t word) {
-    std::string changed(reply);
-    std::memcpy(changed.data() + offset, &word, sizeof word);
-    return changed;
-}
-
-std::vector<FaultStep> InPieces(std::string_view reply, size_t piece) {
-    std::vector<FaultStep> steps;
-    for (size_t at = 0; at < reply.size(); at += piece) {
-        if (at > 0) steps.push_back(TimeStep(FaultStep::kWait, kBetweenPieces));
-        steps.push_back(SendStep(reply.substr(at, piece)));
-    }
-    return steps;
-}
-
-std::vector<FaultStep> Interrupted(std::string_view reply, size_t at, milliseconds time) {
-    return {SendStep(reply.substr(0, at)), TimeStep(FaultStep::kWait, time), SendStep(reply.substr(at))};
 }
 
 std::mt19937_64 Seeded(uint64_t seed, uint64_t connection) {
@@ -139,7 +176,7 @@ std::string ParseFaults(std::string_view text, std::vector<Fault>& faults) {
 std::string DescribeFaults() {
     constexpr size_t kColumn = 20;
     std::string text;
-    for (const FaultName& known : kFaultNames) {
+    for (const FaultScenario& known : kScenarios) {
         std::string line(known.name);
         if (known.value == Value::kBytes) line += "=N";
         if (known.value == Value::kTime) line += "=T";
@@ -149,38 +186,23 @@ std::string DescribeFaults() {
     return text + "N is a number of bytes, T a time such as 500ms or 2s.\n";
 }
 
-std::vector<FaultStep> PlanFault(const Fault& fault, std::string_view reply) {
-    switch (fault.kind) {
-    case Fault::kPieces:
-        return InPieces(reply, fault.bytes);
-    case Fault::kStall:
-        return Interrupted(reply, reply.size() / 2, fault.time);
-    case Fault::kStallHeader:
-        return Interrupted(reply, kInsideLengthWord, fault.time);
-    case Fault::kCut:
-        return {SendStep(reply.substr(0, fault.bytes)), TimeStep(FaultStep::kEnd, {})};
-    case Fault::kReset:
-        return {TimeStep(FaultStep::kReset, {})};
-    case Fault::kNoAnswer:
-        return {};
-    case Fault::kWrongTag:
-        return {SendStep(WithWord(reply, 0, kWrongTag))};
-    case Fault::kWrongLength:
-        return {SendStep(WithWord(reply, kLengthAt, fault.bytes))};
-    case Fault::kNegativeStatus:
-        return {SendStep(WithWord(reply, kStatusAt, kNegativeStatus))};
-    case Fault::kText:
-        return {SendStep("error: a fault on purpose\n")};
-    case Fault::kEndlessText:
-        return {{FaultStep::kSendForever, std::string(kEndlessPiece, 'x'), {}}};
-    case Fault::kLate:
-        return {TimeStep(FaultStep::kWait, fault.time), SendStep(reply)};
-    case Fault::kDuplicate:
-        return {SendStep(std::string(reply) + std::string(reply))};
-    case Fault::kRefuse:
-        return {TimeStep(FaultStep::kRefuse, fault.time), TimeStep(FaultStep::kEnd, {})};
+FaultPlan::FaultPlan(const Fault& fault, std::span<char> reply)
+    : m_steps(fault.scenario->plan(fault, reply)) {
+    std::ranges::reverse(m_steps);
+}
+
+std::optional<FaultStep> FaultPlan::Next() {
+    if (m_steps.empty()) return std::nullopt;
+    FaultStep step = m_steps.back();
+    m_steps.pop_back();
+    if (step.kind != FaultStep::kSendInPieces) return step;
+
+    const std::string_view rest = step.bytes.substr(std::min(step.piece, step.bytes.size()));
+    if (!rest.empty()) {
+        m_steps.push_back({FaultStep::kSendInPieces, rest, {}, step.piece});
+        m_steps.push_back(TimeStep(FaultStep::kWait, kBetweenPieces));
     }
-    return {};
+    return SendStep(step.bytes.substr(0, step.piece));
 }
 
 FaultDice::FaultDice(uint64_t seed, uint64_t connection) : m_random(Seeded(seed, connection)) {}

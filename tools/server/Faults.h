@@ -2,32 +2,20 @@
 
 #include <chrono>
 #include <cstdint>
+#include <optional>
 #include <random>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
 
 namespace vrx::tool {
 
+struct FaultScenario;
+
 /// One way to misbehave, as `--faults` names it.
 struct Fault {
-    enum Kind {
-        kPieces,         ///< the reply in pieces of so many bytes, 1 ms apart
-        kStall,          ///< half the reply, a pause, the rest
-        kStallHeader,    ///< 6 bytes, the middle of the length word, a pause, the rest
-        kCut,            ///< so many bytes of the reply, then the end of the stream
-        kReset,          ///< no reply, the connection is reset
-        kNoAnswer,       ///< no reply, the connection stays
-        kWrongTag,       ///< tag 0x07FF0004
-        kWrongLength,    ///< the length word says so many bytes
-        kNegativeStatus, ///< status -5
-        kText,           ///< an error line instead of a packet
-        kEndlessText,    ///< text without an end
-        kLate,           ///< the reply after a pause
-        kDuplicate,      ///< the reply twice
-        kRefuse,         ///< no reply, the connection ends, and new ones are refused for a while
-    };
-    Kind kind = kPieces;
+    const FaultScenario* scenario = nullptr;
     uint32_t bytes = 0;
     std::chrono::milliseconds time{0};
 };
@@ -39,23 +27,38 @@ std::string ParseFaults(std::string_view text, std::vector<Fault>& faults);
 /// What ParseFaults understands, one scenario a line.
 std::string DescribeFaults();
 
-/// What to do instead of sending a reply: a few steps in order.
+/// One step of what is done instead of sending a reply.
 struct FaultStep {
     enum Kind {
-        kSend,        ///< `bytes`
-        kSendForever, ///< `bytes` over and over
-        kWait,        ///< for `time`
-        kEnd,         ///< close the connection in order
-        kReset,       ///< reset the connection
-        kRefuse,      ///< accept no connection for `time`
+        kSend,         ///< `bytes`
+        kSendInPieces, ///< `bytes`, `piece` of them at a time, 1 ms apart; a plan hands them out one by one
+        kSendForever,  ///< `bytes` over and over
+        kWait,         ///< for `time`
+        kEnd,          ///< close the connection in order
+        kReset,        ///< reset the connection
+        kRefuse,       ///< accept no connection for `time`
     };
     Kind kind = kSend;
-    std::string bytes;
+    std::string_view bytes = {}; ///< of the reply, or of a constant
     std::chrono::milliseconds time{0};
+    size_t piece = 0;
 };
 
-/// The steps that spoil `reply`, a whole reply packet.
-std::vector<FaultStep> PlanFault(const Fault& fault, std::string_view reply);
+/// How one reply is spoilt: a few steps, however long the reply.
+class FaultPlan {
+public:
+    /// Nothing to do.
+    FaultPlan() = default;
+
+    /// reply   a whole reply packet; may be changed, and has to stay until the last step is done
+    FaultPlan(const Fault& fault, std::span<char> reply);
+
+    /// The next step; none at the end.
+    std::optional<FaultStep> Next();
+
+private:
+    std::vector<FaultStep> m_steps; // the next one last
+};
 
 /// Decides for each reply of one connection whether it is spoilt and how. The same seed and connection
 /// number give the same decisions.

@@ -7,40 +7,45 @@ namespace {
 using namespace std::string_literals;
 using namespace std::chrono_literals;
 using vrx::tool::Fault;
+using vrx::tool::FaultPlan;
 using vrx::tool::FaultStep;
+
+/// The only fault of a list of one.
+Fault One(const std::string& text) {
+    std::vector<Fault> faults;
+    EXPECT_EQ(vrx::tool::ParseFaults(text, faults), "");
+    return faults.empty() ? Fault{} : faults[0];
+}
 
 struct ParseCase {
     const char* text;
-    Fault::Kind kind;
     uint32_t bytes;
     std::chrono::milliseconds time;
 };
 constexpr ParseCase kFaults[] = {
-    {"pieces=10", Fault::kPieces, 10, 0ms},
-    {"stall=500ms", Fault::kStall, 0, 500ms},
-    {"stall-header=1s", Fault::kStallHeader, 0, 1000ms},
-    {"cut=0", Fault::kCut, 0, 0ms},
-    {"reset", Fault::kReset, 0, 0ms},
-    {"no-answer", Fault::kNoAnswer, 0, 0ms},
-    {"wrong-tag", Fault::kWrongTag, 0, 0ms},
-    {"wrong-length=4294967295", Fault::kWrongLength, 4294967295, 0ms},
-    {"negative-status", Fault::kNegativeStatus, 0, 0ms},
-    {"text", Fault::kText, 0, 0ms},
-    {"endless-text", Fault::kEndlessText, 0, 0ms},
-    {"late=11s", Fault::kLate, 0, 11000ms},
-    {"duplicate", Fault::kDuplicate, 0, 0ms},
-    {"refuse=3600s", Fault::kRefuse, 0, 3600000ms},
+    {"pieces=10", 10, 0ms},
+    {"stall=500ms", 0, 500ms},
+    {"stall-header=1s", 0, 1000ms},
+    {"cut=0", 0, 0ms},
+    {"reset", 0, 0ms},
+    {"no-answer", 0, 0ms},
+    {"wrong-tag", 0, 0ms},
+    {"wrong-length=4294967295", 4294967295, 0ms},
+    {"negative-status", 0, 0ms},
+    {"text", 0, 0ms},
+    {"endless-text", 0, 0ms},
+    {"late=11s", 0, 11000ms},
+    {"duplicate", 0, 0ms},
+    {"refuse=3600s", 0, 3600000ms},
 };
 
 TEST(ParseFaults, ReadsEachScenario) {
     for (const ParseCase& c : kFaults) {
         SCOPED_TRACE(c.text);
-        std::vector<Fault> faults;
-        ASSERT_EQ(vrx::tool::ParseFaults(c.text, faults), "");
-        ASSERT_EQ(faults.size(), 1U);
-        EXPECT_EQ(faults[0].kind, c.kind);
-        EXPECT_EQ(faults[0].bytes, c.bytes);
-        EXPECT_EQ(faults[0].time, c.time);
+        const Fault fault = One(c.text);
+        EXPECT_NE(fault.scenario, nullptr);
+        EXPECT_EQ(fault.bytes, c.bytes);
+        EXPECT_EQ(fault.time, c.time);
     }
 }
 
@@ -48,9 +53,10 @@ TEST(ParseFaults, ReadsAList) {
     std::vector<Fault> faults;
     ASSERT_EQ(vrx::tool::ParseFaults("reset,cut=20,reset", faults), "");
     ASSERT_EQ(faults.size(), 3U);
-    EXPECT_EQ(faults[1].kind, Fault::kCut);
+    EXPECT_EQ(faults[0].scenario, One("reset").scenario);
+    EXPECT_EQ(faults[1].scenario, One("cut=1").scenario);
     EXPECT_EQ(faults[1].bytes, 20U);
-    EXPECT_EQ(faults[2].kind, Fault::kReset);
+    EXPECT_EQ(faults[2].scenario, One("reset").scenario);
 }
 
 TEST(ParseFaults, NamesTheFirstBadScenario) {
@@ -81,17 +87,22 @@ const std::string kRest = "\x04\x00\x00\x00\x3A\x00\x00\x00"
 
 /// Steps as one text: bytes as they are, the rest as <what>.
 std::string Play(const Fault& fault) {
+    std::string reply = kReply;
+    FaultPlan plan(fault, reply);
     std::string played;
-    for (const FaultStep& step : vrx::tool::PlanFault(fault, kReply)) {
-        switch (step.kind) {
+    while (const auto step = plan.Next()) {
+        switch (step->kind) {
         case FaultStep::kSend:
-            played += step.bytes;
+            played += step->bytes;
+            break;
+        case FaultStep::kSendInPieces:
+            ADD_FAILURE() << "pieces are handed out one by one";
             break;
         case FaultStep::kSendForever:
-            played += "<forever " + std::to_string(step.bytes.size()) + ">";
+            played += "<forever " + std::to_string(step->bytes.size()) + ">";
             break;
         case FaultStep::kWait:
-            played += "<wait " + std::to_string(step.time.count()) + ">";
+            played += "<wait " + std::to_string(step->time.count()) + ">";
             break;
         case FaultStep::kEnd:
             played += "<end>";
@@ -100,7 +111,7 @@ std::string Play(const Fault& fault) {
             played += "<reset>";
             break;
         case FaultStep::kRefuse:
-            played += "<refuse " + std::to_string(step.time.count()) + ">";
+            played += "<refuse " + std::to_string(step->time.count()) + ">";
             break;
         }
     }
@@ -108,51 +119,64 @@ std::string Play(const Fault& fault) {
 }
 
 struct PlanCase {
-    Fault fault;
+    const char* fault;
     std::string played;
 };
 const PlanCase kPlans[] = {
-    {{Fault::kPieces, 12, 0ms},
-     kReply.substr(0, 12) + "<wait 1>" + kReply.substr(12, 12) + "<wait 1>" + kReply.substr(24)},
-    {{Fault::kPieces, 32, 0ms}, kReply},
-    {{Fault::kPieces, 4294967295, 0ms}, kReply},
-    {{Fault::kStall, 0, 70ms}, kReply.substr(0, 16) + "<wait 70>" + kReply.substr(16)},
-    {{Fault::kStallHeader, 0, 70ms}, "\x03\x00\xFF\x07\x20\x00"s + "<wait 70>" + "\x00\x00"s + kRest},
-    {{Fault::kCut, 20, 0ms}, kReply.substr(0, 20) + "<end>"},
-    {{Fault::kCut, 0, 0ms}, "<end>"},
-    {{Fault::kCut, 1000, 0ms}, kReply + "<end>"},
-    {{Fault::kReset, 0, 0ms}, "<reset>"},
-    {{Fault::kNoAnswer, 0, 0ms}, ""},
-    {{Fault::kWrongTag, 0, 0ms}, "\x04\x00\xFF\x07\x20\x00\x00\x00"s + kRest},
-    {{Fault::kWrongLength, 0x01020304, 0ms}, "\x03\x00\xFF\x07\x04\x03\x02\x01"s + kRest},
-    {{Fault::kNegativeStatus, 0, 0ms}, kReply.substr(0, 16) + "\xFB\xFF\xFF\xFF" + kReply.substr(20)},
-    {{Fault::kText, 0, 0ms}, "error: a fault on purpose\n"},
-    {{Fault::kEndlessText, 0, 0ms}, "<forever 65536>"},
-    {{Fault::kLate, 0, 11000ms}, "<wait 11000>" + kReply},
-    {{Fault::kDuplicate, 0, 0ms}, kReply + kReply},
-    {{Fault::kRefuse, 0, 2000ms}, "<refuse 2000><end>"},
+    {"pieces=12", kReply.substr(0, 12) + "<wait 1>" + kReply.substr(12, 12) + "<wait 1>" + kReply.substr(24)},
+    {"pieces=32", kReply},
+    {"pieces=4294967295", kReply},
+    {"stall=70ms", kReply.substr(0, 16) + "<wait 70>" + kReply.substr(16)},
+    {"stall-header=70ms", "\x03\x00\xFF\x07\x20\x00"s + "<wait 70>" + "\x00\x00"s + kRest},
+    {"cut=20", kReply.substr(0, 20) + "<end>"},
+    {"cut=0", "<end>"},
+    {"cut=1000", kReply + "<end>"},
+    {"reset", "<reset>"},
+    {"no-answer", ""},
+    {"wrong-tag", "\x04\x00\xFF\x07\x20\x00\x00\x00"s + kRest},
+    {"wrong-length=16909060", "\x03\x00\xFF\x07\x04\x03\x02\x01"s + kRest},
+    {"negative-status", kReply.substr(0, 16) + "\xFB\xFF\xFF\xFF" + kReply.substr(20)},
+    {"text", "error: a fault on purpose\n"},
+    {"endless-text", "<forever 65536>"},
+    {"late=11000ms", "<wait 11000>" + kReply},
+    {"duplicate", kReply + kReply},
+    {"refuse=2000ms", "<refuse 2000><end>"},
 };
 
-TEST(PlanFault, SpoilsTheReply) {
+TEST(FaultPlan, SpoilsTheReply) {
     for (const PlanCase& c : kPlans) {
-        SCOPED_TRACE(c.fault.kind);
-        EXPECT_EQ(Play(c.fault), c.played);
+        SCOPED_TRACE(c.fault);
+        EXPECT_EQ(Play(One(c.fault)), c.played);
     }
 }
 
-TEST(PlanFault, EndlessTextHasNoLineEnd) {
-    const auto steps = vrx::tool::PlanFault({Fault::kEndlessText, 0, 0ms}, kReply);
-    EXPECT_EQ(steps.at(0).bytes.find_first_not_of('x'), std::string::npos);
+TEST(FaultPlan, EndlessTextHasNoLineEnd) {
+    std::string reply = kReply;
+    FaultPlan plan(One("endless-text"), reply);
+    EXPECT_EQ(plan.Next()->bytes.find_first_not_of('x'), std::string::npos);
+}
+
+TEST(FaultPlan, PointsIntoTheReplyInsteadOfCopyingIt) {
+    std::string reply(1 << 20, 'r');
+    for (const char* fault : {"pieces=1", "stall=1s", "cut=9", "late=1s", "duplicate", "wrong-tag"}) {
+        SCOPED_TRACE(fault);
+        FaultPlan plan(One(fault), reply);
+        while (const auto step = plan.Next()) {
+            if (step->kind != FaultStep::kSend) continue;
+            ASSERT_GE(step->bytes.data(), reply.data());
+            ASSERT_LE(step->bytes.data() + step->bytes.size(), reply.data() + reply.size());
+        }
+    }
 }
 
 /// The scenario each of the next `count` replies gets, '-' for none.
 std::string Rolls(uint64_t seed, uint64_t connection, double chance, size_t count = 64) {
-    const std::vector<Fault> faults{{Fault::kReset, 0, 0ms}, {Fault::kText, 0, 0ms}};
+    const std::vector<Fault> faults{One("reset"), One("text")};
     vrx::tool::FaultDice dice(seed, connection);
     std::string rolls;
     while (rolls.size() < count) {
         const Fault* fault = dice.Roll(faults, chance);
-        rolls += fault == nullptr ? '-' : fault->kind == Fault::kReset ? 'r' : 't';
+        rolls += fault == nullptr ? '-' : fault->scenario == faults[0].scenario ? 'r' : 't';
     }
     return rolls;
 }
