@@ -1,11 +1,7 @@
 #include "tools/wire/ServerProtocol.h"
 
 #include <algorithm>
-#include <array>
 #include <bit>
-#include <charconv>
-#include <cmath>
-#include <cstdio>
 #include <cstring>
 
 namespace vrx::tool {
@@ -74,28 +70,6 @@ std::string CheckPath(std::string_view text, const ObjectRules& rules, bool& inf
     if (error.empty()) error = CheckName("input", path.input, rules.input);
     if (error.empty()) error = CheckName("output", path.output, rules.output);
     return error;
-}
-
-bool IsDecimal(std::string_view text) {
-    int value = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-    return error == std::errc() && end == text.data() + text.size();
-}
-
-std::string AnswerConnect(std::string_view arguments) {
-    const size_t comma = arguments.rfind(',');
-    if (comma == arguments.npos || !IsDecimal(arguments.substr(comma + 1))) {
-        return "error: connect is written connect,HOST,PORT";
-    }
-    return "connected";
-}
-
-std::string AnswerStatus(const ServerFigures& figures) {
-    std::array<char, 160> line;
-    (void)std::snprintf(line.data(), line.size(), "clients=%zu packets=%llu errors=%llu uptime=%.1fs",
-                        figures.clients, static_cast<unsigned long long>(figures.packets),
-                        static_cast<unsigned long long>(figures.errors), figures.uptimeSeconds);
-    return line.data();
 }
 
 } // namespace
@@ -218,17 +192,6 @@ void StartReply(std::vector<uint32_t>& reply, size_t dataWords) {
     reply[2] = static_cast<uint32_t>(host::kReplyFigures + dataWords);
     reply[3] = host::kObjectCommand;
     std::fill_n(reply.begin() + host::kReplyHeaderWords, host::kReplyFigures, 0);
-}
-
-std::string AnswerLine(std::string_view line, const ServerFigures& figures) {
-    constexpr std::string_view kConnect = "connect,";
-    if (line.ends_with('\r')) line.remove_suffix(1);
-    if (line.starts_with(kConnect)) return AnswerConnect(line.substr(kConnect.size()));
-    if (line == "help") {
-        return "commands: connect,HOST,PORT; help; status. Packets: command 0x3A on .samples[0] and .info1";
-    }
-    if (line == "status") return AnswerStatus(figures);
-    return "error: unknown command '" + Printable(line) + "'; try help";
 }
 
 std::string Printable(std::string_view text) {

@@ -41,6 +41,9 @@ public:
     /// Says how many bytes were put into Space().
     void Received(size_t count) { m_end += count; }
 
+    /// True when all that was received has been handed out.
+    bool Empty() const { return m_begin == m_end; }
+
     /// Takes the next frame. Its bytes stay valid until Space(). After a broken frame nothing more comes.
     Frame Next();
 
@@ -89,17 +92,6 @@ uint32_t CycleWord(double nanoseconds);
 /// Makes `reply` a packet with room for `dataWords` words, which stand behind the figures and keep whatever
 /// they were; status 0, cycle words 0. Allocates only when `reply` has never been that large.
 void StartReply(std::vector<uint32_t>& reply, size_t dataWords);
-
-struct ServerFigures {
-    size_t clients = 0;
-    uint64_t packets = 0;
-    uint64_t errors = 0;
-    double uptimeSeconds = 0;
-};
-
-/// The answer to one text line, without a line feed. An answer to a line that is not understood begins with
-/// "error: ".
-std::string AnswerLine(std::string_view line, const ServerFigures& figures);
 
 /// Text from a client made fit for a line of our own: at most 64 characters, what is not printable ASCII
 /// replaced by '.'.
