@@ -21,24 +21,20 @@ add_executable(tool_tests
   tools/commands/Doctor_test.cpp
   tools/report/Envelope_test.cpp
   examples/Examples_test.cpp
-  tools/server/Faults_test.cpp
   tools/report/HtmlReport_test.cpp
   host/BlockPump_test.cpp
   host/BlockSize_test.cpp
   host/Pacing_test.cpp
   tools/commands/Pins_test.cpp
-  tools/server/Processing_test.cpp
   tools/commands/Pump_test.cpp
   host/RunStatistics_test.cpp
   host/Session_test.cpp
   tools/wire/Requests_test.cpp
   tools/wire/Samples_test.cpp
   tools/commands/Send_test.cpp
-  tools/wire/ServerProtocol_test.cpp
   tools/report/Svg_test.cpp
   tools/report/SweepResult_test.cpp
   tools/commands/Sweep_test.cpp
-  tools/commands/Serve_test.cpp
 )
 target_compile_definitions(tool_tests PRIVATE
   VRX_COMPARE_GAIN="$<TARGET_FILE:compare_gain>"
@@ -53,6 +49,26 @@ gtest_discover_tests(tool_tests DISCOVERY_TIMEOUT 60)
 add_test(NAME whole_replies COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/tools/commands/WholeReplies_test.sh
   $<TARGET_FILE:vrx> $<TARGET_FILE:VRX_talker_norvo>)
 set_tests_properties(whole_replies PROPERTIES SKIP_RETURN_CODE 77 TIMEOUT 300)
+
+# The server: its room, what it knows of the wire, and the command.
+add_executable(server_tests
+  support/RawClient.cpp
+  support/Subprocess.cpp
+  tools/commands/Serve_test.cpp
+  tools/server/AddressRange_test.cpp
+  tools/server/BusyMeter_test.cpp
+  tools/server/Faults_test.cpp
+  tools/server/Processing_test.cpp
+  tools/server/TextCommands_test.cpp
+  tools/wire/ServerProtocol_test.cpp
+)
+target_compile_definitions(server_tests PRIVATE
+  VRX_PLUGIN="${PROJECT_BINARY_DIR}/VRX_talker_norvo.so"
+  VRX_PROGRAM="$<TARGET_FILE:vrx>")
+target_include_directories(server_tests PRIVATE ${PROJECT_SOURCE_DIR})
+target_link_libraries(server_tests PRIVATE vrx_server vrx_build_options GTest::gtest_main)
+add_dependencies(server_tests vrx)
+gtest_discover_tests(server_tests DISCOVERY_TIMEOUT 60)
 
 # Not tests but runs of their own: see script/soak, script/fault-table and script/crowd.
 foreach(run soak fault_table crowd)

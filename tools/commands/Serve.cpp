@@ -2,9 +2,13 @@
 #include "tools/commands/Subcommand.h"
 #include "tools/server/LoopbackServer.h"
 
+#include "tools/server/Lv2Stage.h"
+
+#include <algorithm>
 #include <cstdio>
 #include <map>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace vrx::tool {
@@ -16,6 +20,7 @@ struct Arguments {
     std::vector<std::string> steps;
     double idleSeconds = 300;
     std::string faults;
+    std::vector<std::string> allowed;
 };
 
 /// Turns the texts of the command line into what the server takes; throws Failure for a text that
@@ -29,6 +34,12 @@ ServerOptions Resolve(const Arguments& arguments) {
         if (!error.empty()) throw Failure{kWrongUsage, "--process: " + error};
         options.steps.push_back(step);
     }
+    for (const std::string& text : arguments.allowed) {
+        AddressRange range;
+        const std::string error = ParseAddressRange(text, range);
+        if (!error.empty()) throw Failure{kWrongUsage, "--allow: " + error};
+        options.allowed.push_back(range);
+    }
     if (!arguments.faults.empty()) {
         const std::string error = ParseFaults(arguments.faults, options.faults);
         if (!error.empty()) throw Failure{kWrongUsage, "--faults: " + error};
@@ -37,9 +48,17 @@ ServerOptions Resolve(const Arguments& arguments) {
 }
 
 int Serve(const Arguments& arguments) {
+    if (std::ranges::count(arguments.steps, "lv2=list") > 0) {
+        (void)std::fputs(DescribeLv2Plugins(arguments.server.shape.rate).c_str(), stdout);
+        return kDone;
+    }
     if (arguments.faults != "help") return RunLoopbackServer(Resolve(arguments));
     (void)std::fputs(DescribeFaults().c_str(), stdout);
     return kDone;
+}
+
+unsigned Cores() {
+    return std::max(1U, std::thread::hardware_concurrency());
 }
 
 void AddListening(CLI::App& command, Arguments& arguments) {
@@ -47,6 +66,11 @@ void AddListening(CLI::App& command, Arguments& arguments) {
     ServerOptions& server = arguments.server;
     command.add_option("--bind", server.bind, "IPv4 address to listen on")->capture_default_str();
     command.add_option("--port", server.port, "Port to listen on; 0: a free one")->capture_default_str();
+    command
+        .add_option(
+            "--allow", arguments.allowed,
+            "ADDRESS/BITS: only clients from there, others get nothing;\ngiven repeatedly, from any of them")
+        ->allow_extra_args(false);
     command.add_flag("--quiet", server.quiet, "Print nothing but the line that names the port");
     command.add_option("--max-packet", server.largestPacket, "Largest request in bytes")
         ->capture_default_str()
@@ -57,6 +81,9 @@ void AddListening(CLI::App& command, Arguments& arguments) {
     command.add_option("--idle", arguments.idleSeconds, "Disconnect a client silent for so many seconds")
         ->capture_default_str()
         ->check(CLI::Range(0.01, 1e6));
+    command.add_option("--threads", server.threads, "Threads that process blocks")
+        ->capture_default_str()
+        ->check(CLI::Range(1, 1024));
 }
 
 void AddObjects(CLI::App& command, Arguments& arguments) {
@@ -82,8 +109,9 @@ void AddProcessing(CLI::App& command, Arguments& arguments) {
     StreamShape& shape = arguments.server.shape;
     command
         .add_option("--process", arguments.steps,
-                    "pass, gain=DB, invert, delay=FRAMES or lowpass=HZ;\n"
-                    "given repeatedly, each works on what the one before made")
+                    "pass, gain=DB, invert, delay=FRAMES, lowpass=HZ or an LV2 plug-in,\n"
+                    "lv2=URI[;SYMBOL=VALUE...]; lv2=list lists those that are installed.\n"
+                    "Given repeatedly, each works on what the one before made")
         ->allow_extra_args(false);
     command.add_option("--samples", shape.format, "What the words are: f32 (default) or s32")
         ->transform(CLI::CheckedTransformer(formats));
@@ -113,7 +141,7 @@ void AddFaults(CLI::App& command, Arguments& arguments) {
 constexpr char kFooter[] =
     "The first line printed is \"vrx serve: listening on ADDRESS:PORT\".\n"
     "The cycle figures of a reply are nanoseconds. SIGINT or SIGTERM stops the server\n"
-    "with exit code 0; 3: it could not listen.\n"
+    "with exit code 0, after what is under way, at most a second; 3: it could not listen.\n"
     "\n"
     "Examples:\n"
     "  vrx serve --port 7000 --process gain=-6\n"
@@ -124,6 +152,7 @@ constexpr char kFooter[] =
 void AddServe(CLI::App& app, int& exitCode) {
     Subcommand<Arguments> command(app, exitCode, "serve", "Runs a loopback server that processes blocks",
                                   Serve, kFooter);
+    command.Values().server.threads = Cores();
     AddListening(command.Command(), command.Values());
     AddObjects(command.Command(), command.Values());
     AddProcessing(command.Command(), command.Values());

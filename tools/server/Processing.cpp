@@ -1,5 +1,7 @@
 #include "tools/server/Processing.h"
 
+#include "tools/server/Lv2Stage.h"
+
 #include <algorithm>
 #include <bit>
 #include <charconv>
@@ -7,6 +9,7 @@
 #include <limits>
 #include <numbers>
 #include <type_traits>
+#include <utility>
 
 namespace vrx::tool {
 
@@ -14,42 +17,6 @@ namespace {
 
 constexpr double kMostDecibels = 200;
 constexpr double kMostDelayedWords = 1 << 20;
-
-struct StepName {
-    std::string_view name;
-    ProcessStep::Kind kind;
-    bool hasValue;
-};
-constexpr StepName kStepNames[] = {
-    {"pass", ProcessStep::kPass, false},      {"gain", ProcessStep::kGain, true},
-    {"invert", ProcessStep::kInvert, false},  {"delay", ProcessStep::kDelay, true},
-    {"lowpass", ProcessStep::kLowpass, true},
-};
-
-bool ParseNumber(std::string_view text, double& value) {
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-    return error == std::errc() && end == text.data() + text.size() && std::isfinite(value);
-}
-
-std::string CheckValue(const ProcessStep& step, const StreamShape& shape) {
-    const double value = step.value;
-    switch (step.kind) {
-    case ProcessStep::kPass:
-    case ProcessStep::kInvert:
-        break;
-    case ProcessStep::kGain:
-        if (std::abs(value) > kMostDecibels) return "gain is -200 to 200 dB";
-        break;
-    case ProcessStep::kDelay:
-        if (value < 0 || value != std::floor(value)) return "delay is a whole number of frames";
-        if (value * shape.channels > kMostDelayedWords) return "delay holds at most 1048576 words";
-        break;
-    case ProcessStep::kLowpass:
-        if (value <= 0 || value >= shape.rate / 2) return "lowpass lies above 0 and below half the rate";
-        break;
-    }
-    return {};
-}
 
 template <class Sample>
 Sample ToSample(double value) {
@@ -61,96 +28,156 @@ Sample ToSample(double value) {
     }
 }
 
+template <class Sample>
+class Gain : public Stage {
+public:
+    explicit Gain(double factor) : m_factor(factor) {}
+
+    void Run(std::span<uint32_t> words) override {
+        for (uint32_t& word : words) {
+            word = std::bit_cast<uint32_t>(ToSample<Sample>(m_factor * std::bit_cast<Sample>(word)));
+        }
+    }
+
+private:
+    double m_factor;
+};
+
+class Delay : public Stage {
+public:
+    explicit Delay(size_t words) : m_held(words) {}
+
+    void Run(std::span<uint32_t> words) override {
+        if (m_held.empty()) return;
+        for (uint32_t& word : words) {
+            std::swap(word, m_held[m_next]);
+            if (++m_next == m_held.size()) m_next = 0;
+        }
+    }
+
+private:
+    std::vector<uint32_t> m_held; // a ring of the words not yet given back
+    size_t m_next = 0;
+};
+
+template <class Sample>
+class Lowpass : public Stage {
+public:
+    Lowpass(double part, uint32_t channels) : m_part(part), m_level(channels) {}
+
+    void Run(std::span<uint32_t> words) override {
+        size_t channel = 0;
+        for (uint32_t& word : words) {
+            double& level = m_level[channel];
+            level += m_part * (static_cast<double>(std::bit_cast<Sample>(word)) - level);
+            word = std::bit_cast<uint32_t>(ToSample<Sample>(level));
+            if (!std::isfinite(level)) level = 0;
+            if (++channel == m_level.size()) channel = 0;
+        }
+    }
+
+private:
+    double m_part;               // of the way to the input that the output goes with each frame
+    std::vector<double> m_level; // per channel
+};
+
+template <template <class> class Kind, class... Values>
+std::unique_ptr<Stage> OfFormat(SampleFormat format, Values... values) {
+    if (format == SampleFormat::kF32) return std::make_unique<Kind<float>>(values...);
+    return std::make_unique<Kind<int32_t>>(values...);
+}
+
+/// A row: adding one adds a step.
+struct StepKind {
+    std::string_view name;
+    std::string_view value; // what its number is, "" for none
+    std::string (*check)(double value, const StreamShape& shape);
+    std::unique_ptr<Stage> (*make)(double value, const StreamShape& shape); // null: nothing to do
+};
+
+std::string AcceptAny(double, const StreamShape&) {
+    return {};
+}
+
+constexpr StepKind kSteps[] = {
+    {"pass", "", AcceptAny, [](double, const StreamShape&) { return std::unique_ptr<Stage>(); }},
+    {"gain", "DB",
+     [](double value, const StreamShape&) {
+         return std::string(std::abs(value) > kMostDecibels ? "gain is -200 to 200 dB" : "");
+     },
+     [](double value, const StreamShape& shape) {
+         return OfFormat<Gain>(shape.format, std::pow(10.0, value / 20));
+     }},
+    {"invert", "", AcceptAny,
+     [](double, const StreamShape& shape) { return OfFormat<Gain>(shape.format, -1.0); }},
+    {"delay", "FRAMES",
+     [](double value, const StreamShape& shape) {
+         if (value < 0 || value != std::floor(value)) return std::string("delay is a whole number of frames");
+         if (value * shape.channels <= kMostDelayedWords) return std::string();
+         return std::string("delay holds at most 1048576 words");
+     },
+     [](double value, const StreamShape& shape) -> std::unique_ptr<Stage> {
+         return std::make_unique<Delay>(static_cast<size_t>(value) * shape.channels);
+     }},
+    {"lowpass", "HZ",
+     [](double value, const StreamShape& shape) {
+         if (value > 0 && value < shape.rate / 2) return std::string();
+         return std::string("lowpass lies above 0 and below half the rate");
+     },
+     [](double value, const StreamShape& shape) {
+         const double part = -std::expm1(-2 * std::numbers::pi * value / shape.rate);
+         return OfFormat<Lowpass>(shape.format, part, shape.channels);
+     }},
+};
+
+std::string ListSteps() {
+    std::string list;
+    for (const StepKind& kind : kSteps) {
+        list.append(kind.name);
+        if (!kind.value.empty()) list.append("=").append(kind.value);
+        list += ", ";
+    }
+    return list + "lv2=URI[;SYMBOL=VALUE...]";
+}
+
+bool ParseNumber(std::string_view text, double& value) {
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+    return error == std::errc() && end == text.data() + text.size() && std::isfinite(value);
+}
+
 } // namespace
 
 std::string ParseStep(std::string_view text, const StreamShape& shape, ProcessStep& step) {
     const size_t equals = text.find('=');
-    const std::string_view name = text.substr(0, equals);
-    const auto* const known = std::find_if(std::begin(kStepNames), std::end(kStepNames),
-                                           [name](const StepName& each) { return each.name == name; });
     const bool hasValue = equals != text.npos;
-    ProcessStep parsed;
-    if (known == std::end(kStepNames) || known->hasValue != hasValue ||
-        (hasValue && !ParseNumber(text.substr(equals + 1), parsed.value))) {
-        return std::string("'").append(text).append(
-            "' is none of pass, gain=DB, invert, delay=FRAMES, lowpass=HZ");
+    const std::string_view name = text.substr(0, equals);
+    if (name == "lv2" && hasValue) return ParseLv2Step(text.substr(equals + 1), shape, step);
+
+    const auto* const kind = std::ranges::find(kSteps, name, &StepKind::name);
+    double value = 0;
+    if (kind == std::end(kSteps) || kind->value.empty() == hasValue ||
+        (hasValue && !ParseNumber(text.substr(equals + 1), value))) {
+        return std::string("'").append(text).append("' is none of ") + ListSteps();
     }
-    parsed.kind = known->kind;
-    std::string error = CheckValue(parsed, shape);
-    if (error.empty()) step = parsed;
+    std::string error = kind->check(value, shape);
+    if (error.empty()) step = {[kind, value, shape] { return kind->make(value, shape); }};
     return error;
 }
 
-Processor::Processor(const std::vector<ProcessStep>& steps, const StreamShape& shape)
-    : m_format(shape.format) {
-    for (const auto& [kind, value] : steps) {
-        switch (kind) {
-        case ProcessStep::kPass:
-            break;
-        case ProcessStep::kGain:
-            m_steps.emplace_back(Gain{std::pow(10.0, value / 20)});
-            break;
-        case ProcessStep::kInvert:
-            m_steps.emplace_back(Invert{});
-            break;
-        case ProcessStep::kDelay:
-            m_steps.emplace_back(Delay{std::vector<uint32_t>(static_cast<size_t>(value) * shape.channels)});
-            break;
-        case ProcessStep::kLowpass:
-            m_steps.emplace_back(Lowpass{-std::expm1(-2 * std::numbers::pi * value / shape.rate),
-                                         std::vector<double>(shape.channels)});
-            break;
-        }
+Processor::Processor(const std::vector<ProcessStep>& steps) {
+    for (const ProcessStep& step : steps) {
+        if (auto stage = step.make()) m_stages.push_back(std::move(stage));
     }
 }
 
 void Processor::Run(std::span<uint32_t> words) {
-    for (Step& step : m_steps) {
-        std::visit(
-            [this, words](auto& each) {
-                if (m_format == SampleFormat::kF32) {
-                    Apply<float>(each, words);
-                } else {
-                    Apply<int32_t>(each, words);
-                }
-            },
-            step);
-    }
+    for (const auto& stage : m_stages) stage->Run(words);
 }
 
-template <class Sample>
-void Processor::Apply(const Gain& gain, std::span<uint32_t> words) {
-    for (uint32_t& word : words) {
-        word = std::bit_cast<uint32_t>(ToSample<Sample>(gain.factor * std::bit_cast<Sample>(word)));
-    }
-}
-
-template <class Sample>
-void Processor::Apply(const Invert&, std::span<uint32_t> words) {
-    for (uint32_t& word : words) {
-        word = std::bit_cast<uint32_t>(ToSample<Sample>(-static_cast<double>(std::bit_cast<Sample>(word))));
-    }
-}
-
-template <class Sample>
-void Processor::Apply(Delay& delay, std::span<uint32_t> words) {
-    if (delay.held.empty()) return;
-    for (uint32_t& word : words) {
-        std::swap(word, delay.held[delay.next]);
-        if (++delay.next == delay.held.size()) delay.next = 0;
-    }
-}
-
-template <class Sample>
-void Processor::Apply(Lowpass& lowpass, std::span<uint32_t> words) {
-    size_t channel = 0;
-    for (uint32_t& word : words) {
-        double& level = lowpass.level[channel];
-        level += lowpass.part * (static_cast<double>(std::bit_cast<Sample>(word)) - level);
-        word = std::bit_cast<uint32_t>(ToSample<Sample>(level));
-        if (!std::isfinite(level)) level = 0;
-        if (++channel == lowpass.level.size()) channel = 0;
-    }
+uint32_t Processor::Latency() const {
+    uint32_t sum = 0;
+    for (const auto& stage : m_stages) sum += stage->Latency();
+    return sum;
 }
 
 } // namespace vrx::tool

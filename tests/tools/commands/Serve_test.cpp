@@ -1,10 +1,18 @@
 #include "tests/support/RawClient.h"
 #include "tests/support/Subprocess.h"
+#include "tests/support/TemporaryFolder.h"
 
 #include <charconv>
+#include <chrono>
 #include <csignal>
+#include <cstdlib>
+#include <fstream>
 #include <gtest/gtest.h>
 #include <random>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <thread>
+#include <unistd.h>
 
 namespace {
 
@@ -70,6 +78,16 @@ public:
 private:
     uint16_t m_port = 0;
 };
+
+/// Waits until something has come true; false when it takes so long that it never will.
+template <class Condition>
+bool Comes(const Condition& condition) {
+    const auto until = std::chrono::steady_clock::now() + Subprocess::kPatience;
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > until) return false;
+    }
+    return true;
+}
 
 std::string Exchange(const RawClient& client, const std::string& packet, size_t replyBytes) {
     client.Send(packet);
@@ -162,6 +180,7 @@ TEST(ServeProgram, RefusesOptionsThatMeanNothing) {
         {"--max-clients", "0"},  {"--idle", "0"},
         {"--faults", "boom"},    {"--fault-rate", "1.1"},
         {"--seed", "x"},         {"--unheard-of"},
+        {"--threads", "0"},      {"--allow", "10.1.2.3/8"},
     };
     for (const auto& options : kWrong) {
         SCOPED_TRACE(options[0] + " " + options.back());
@@ -244,6 +263,133 @@ TEST(ServeProgram, ProcessesBlocks) {
         EXPECT_EQ(reply.substr(4, 8), Word(static_cast<uint32_t>(reply.size())) + Word(c.outWords + 3));
         EXPECT_EQ(reply.substr(kDataAt), c.out);
     }
+}
+
+TEST(ServeProgram, ServesManyClientsByManyThreads) {
+    const Serve server({"--threads", "4", "--process", "delay=1", "--channels", "1"});
+    constexpr uint32_t kEach = 200;
+    const auto pump = [&server](uint32_t client) {
+        const RawClient connection(server.Port());
+        for (uint32_t i = 0; i < kEach; ++i) {
+            const uint32_t last = i == 0 ? 0 : client << 16 | (i - 1);
+            const std::string reply = Exchange(connection, Pump(Word(client << 16 | i), 1), 32);
+            ASSERT_EQ(reply.substr(kDataAt), Word(last));
+        }
+    };
+    std::vector<std::thread> clients;
+    for (uint32_t client = 1; client <= 8; ++client) clients.emplace_back(pump, client);
+    for (std::thread& client : clients) client.join();
+    EXPECT_TRUE(RawClient(server.Port()).Ask("status").find(" packets=1600 errors=0 ") != std::string::npos);
+}
+
+TEST(ServeProgram, SharesLongBlocksAmongItsThreads) {
+    const Serve server({"--threads", "3", "--process", "lowpass=100", "--channels", "1"});
+    const std::string data(1000000, '\0'); // takes far longer than a short block
+    const auto pump = [&] {
+        const RawClient connection(server.Port());
+        for (int i = 0; i < 20; ++i) ASSERT_EQ(Exchange(connection, Pump(data, 1), 32).size(), 32U);
+    };
+    std::vector<std::thread> clients;
+    for (int client = 0; client < 4; ++client) clients.emplace_back(pump);
+    for (std::thread& client : clients) client.join();
+    const std::string status = RawClient(server.Port()).Ask("status json");
+    const std::string busy = status.substr(status.find("\"busy\":") + 7);
+    EXPECT_GT(std::strtod(busy.c_str(), nullptr), 0) << status;
+}
+
+TEST(ServeProgram, TellsMonitorsAboutItself) {
+    const Serve server;
+    const RawClient client(server.Port());
+    ExpectServing(client);
+    Exchange(client, kPins, kReplyBytes);
+    client.Ask("nonsense");
+    const std::string status = client.Ask("status json");
+    EXPECT_EQ(status.substr(0, status.find("\"uptime\"")), R"({"clients":1,"packets":2,"errors":1,)");
+    EXPECT_NE(status.find(R"("blocks":1,"busy":)"), status.npos) << status;
+    EXPECT_NE(status.find(R"("latency":0})"), status.npos) << status;
+}
+
+TEST(ServeProgram, LetsInOnlyWhoMay) {
+    const Serve open({"--allow", "10.0.0.0/8", "--allow", "127.0.0.0/8"});
+    ExpectServing(open);
+
+    const Serve closed({"--allow", "10.0.0.0/8"});
+    const RawClient client(closed.Port());
+    client.Send("help\n");
+    const std::string end = client.ReceiveRest();
+    EXPECT_TRUE(end == "<end>" || end == "<reset>") << end; // not a byte
+}
+
+TEST(ServeProgram, LetsAnExchangeUnderWayEndWhenItStops) {
+    Serve server({"--faults", "late=100ms"});
+    const RawClient idle(server.Port());
+    EXPECT_EQ(idle.Ask("connect,127.0.0.1,1"), "connected");
+    const RawClient busy(server.Port());
+    EXPECT_EQ(busy.Ask("connect,127.0.0.1,1"), "connected");
+    const RawClient halfway(server.Port());
+    EXPECT_EQ(halfway.Ask("connect,127.0.0.1,1"), "connected");
+    halfway.Send(kPump.substr(0, 30));
+    busy.Send(kPump);
+    EXPECT_TRUE(Comes([&] { return idle.Ask("status").find(" packets=1 ") != std::string::npos; }));
+    server.Signal(SIGTERM);
+    EXPECT_EQ(idle.ReceiveRest(), "<end>");
+    halfway.Send(kPump.substr(30));
+    const std::string whole = busy.ReceiveRest();
+    EXPECT_EQ(whole.substr(0, kCyclesAt), kReplyHead);
+    EXPECT_EQ(whole.substr(kDataAt), kData + "<end>");
+    EXPECT_EQ(halfway.ReceiveRest().substr(kDataAt), kData + "<end>");
+    const auto end = server.Wait();
+    EXPECT_EQ(end.exitCode, 0);
+    EXPECT_FALSE(RawClient::CanConnect(server.Port()));
+}
+
+TEST(ServeProgram, StopsAfterASecondWhateverIsUnderWay) {
+    Serve server({"--faults", "late=3600s"});
+    const RawClient client(server.Port());
+    client.Send(kPump);
+    const RawClient other(server.Port());
+    EXPECT_TRUE(Comes([&] { return other.Ask("status").find(" packets=1 ") != std::string::npos; }));
+    server.Signal(SIGTERM);
+    const auto end = server.Wait();
+    EXPECT_FALSE(end.timedOut);
+    EXPECT_EQ(end.exitCode, 0);
+    EXPECT_NE(client.ReceiveRest().find("<"), std::string::npos);
+}
+
+/// A socket in a temporary folder that hears what a service tells its manager.
+class ServiceManagerSocket {
+public:
+    ServiceManagerSocket() : m_socket(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        Path().copy(address.sun_path, sizeof address.sun_path - 1);
+        EXPECT_EQ(::bind(m_socket, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+        const timeval patience{20, 0};
+        ::setsockopt(m_socket, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+    }
+    ~ServiceManagerSocket() { ::close(m_socket); }
+    std::string Path() const { return m_folder / "notify"; }
+    std::string Next() const {
+        char text[100];
+        const ssize_t count = ::recv(m_socket, text, sizeof text, 0);
+        return count < 0 ? "<silence>" : std::string(text, static_cast<size_t>(count));
+    }
+
+private:
+    TemporaryFolder m_folder;
+    int m_socket;
+};
+
+TEST(ServeProgram, TellsItsServiceManagerWhenItIsReadyAndWhenItStops) {
+    const ServiceManagerSocket manager;
+    ::setenv("NOTIFY_SOCKET", manager.Path().c_str(), 1);
+    Serve server;
+    ::unsetenv("NOTIFY_SOCKET");
+    EXPECT_EQ(manager.Next(), "READY=1");
+    ExpectServing(server);
+    server.Signal(SIGTERM);
+    EXPECT_EQ(manager.Next(), "STOPPING=1");
+    EXPECT_EQ(server.Wait().exitCode, 0);
 }
 
 TEST(ServeProgram, KeepsTheStateOfEachConnectionApart) {
@@ -358,8 +504,7 @@ TEST(ServeProgram, TurnsAwaySurplusClients) {
         EXPECT_EQ(third.ReceiveRest(), "error: too many clients\n<end>");
         ExpectServing(second);
     }
-    while (first.Ask("status").substr(0, 10) != "clients=1 ") { // until it has seen the second leave
-    }
+    EXPECT_TRUE(Comes([&] { return first.Ask("status").starts_with("clients=1 "); })); // the second has left
     ExpectServing(server);
 }
 
@@ -494,9 +639,39 @@ TEST(ServeFaults, RefusesConnectionsForAWhile) {
     }
     EXPECT_FALSE(RawClient::CanConnect(server.Port()));
     EXPECT_EQ(other.Ask("connect,127.0.0.1,1"), "connected");
-    while (!RawClient::CanConnect(server.Port())) { // the port comes back
-    }
+    EXPECT_TRUE(Comes([&] { return RawClient::CanConnect(server.Port()); }));
     EXPECT_EQ(RawClient(server.Port()).Ask("connect,127.0.0.1,1"), "connected");
+}
+
+TEST(ServeFaults, RefusingSurvivesClientsThatCameJustBefore) {
+    const Serve server({"--faults", "refuse=20ms"});
+    const RawClient old(server.Port());
+    EXPECT_EQ(old.Ask("connect,127.0.0.1,1"), "connected");
+    server.Signal(SIGSTOP);
+    const RawClient one(server.Port()); // both in the system's queue
+    const RawClient two(server.Port());
+    old.Send(kPump);
+    server.Signal(SIGCONT);
+    EXPECT_EQ(old.ReceiveRest(), "<end>");
+    EXPECT_TRUE(Comes([&] { return RawClient::CanConnect(server.Port()); }));
+    EXPECT_EQ(RawClient(server.Port()).Ask("connect,127.0.0.1,1"), "connected");
+}
+
+long ResidentKiB(pid_t process) {
+    std::ifstream status("/proc/" + std::to_string(process) + "/status");
+    for (std::string line; std::getline(status, line);) {
+        if (line.starts_with("VmRSS:")) return std::strtol(line.c_str() + 6, nullptr, 10);
+    }
+    return -1;
+}
+
+TEST(ServeFaults, ManyPiecesTakeNoMemory) {
+    const Serve server({"--faults", "pieces=1"});
+    const RawClient client(server.Port());
+    client.Send(Pump("", 250000)); // a reply of a million pieces
+    EXPECT_EQ(client.Receive(20).size(), 20U);
+    EXPECT_LT(ResidentKiB(server.Pid()),
+              64 * 1024); // the steps of all pieces would take more than twice that
 }
 
 /// What a fresh server with these options does to the blocks of one connection: '.' answered, 't' text.
