@@ -68,6 +68,23 @@ target_compile_definitions(server_tests PRIVATE
 target_include_directories(server_tests PRIVATE ${PROJECT_SOURCE_DIR})
 target_link_libraries(server_tests PRIVATE vrx_server vrx_build_options GTest::gtest_main)
 add_dependencies(server_tests vrx)
+# LV2: a plug-in of our own that looks at its host, and others' plug-ins beside another host.
+if(LILV_FOUND)
+  set(VRX_TEST_LV2_PATH ${CMAKE_CURRENT_BINARY_DIR}/lv2)
+  configure_file(tools/server/probe.lv2/manifest.ttl ${VRX_TEST_LV2_PATH}/probe.lv2/manifest.ttl COPYONLY)
+  configure_file(tools/server/probe.lv2/probe.ttl ${VRX_TEST_LV2_PATH}/probe.lv2/probe.ttl COPYONLY)
+  add_library(probe_plugin MODULE tools/server/probe.lv2/probe.cpp)
+  target_link_libraries(probe_plugin PRIVATE PkgConfig::LILV vrx_build_options)
+  set_target_properties(probe_plugin PROPERTIES
+    PREFIX "" OUTPUT_NAME probe LIBRARY_OUTPUT_DIRECTORY ${VRX_TEST_LV2_PATH}/probe.lv2)
+  target_sources(server_tests PRIVATE tools/server/Lv2Stage_test.cpp)
+  target_compile_definitions(server_tests PRIVATE VRX_TEST_LV2_PATH="${VRX_TEST_LV2_PATH}")
+  add_dependencies(server_tests probe_plugin)
+
+  add_test(NAME lv2_plugins COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/tools/server/lv2_plugins.sh
+    $<TARGET_FILE:vrx> $<TARGET_FILE:VRX_talker_norvo>)
+  set_tests_properties(lv2_plugins PROPERTIES SKIP_RETURN_CODE 77 TIMEOUT 300)
+endif()
 gtest_discover_tests(server_tests DISCOVERY_TIMEOUT 60)
 
 # Not tests but runs of their own: see script/soak, script/fault-table and script/crowd.

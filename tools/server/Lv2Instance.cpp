@@ -88,16 +88,9 @@ void Lv2Instance::RestoreDefaultState(const Lv2Description& description) {
     LilvState* const state = lilv_state_new_from_world(host.World(), host.Numbers().MapFeature(),
                                                        lilv_plugin_get_uri(description.plugin));
     if (state == nullptr) return;
-    lilv_state_restore(state, m_instance, SetFromState, this, 0, m_features.data());
+    // No ports: of those the state only repeats the defaults, and not in terms of the sample rate.
+    lilv_state_restore(state, m_instance, nullptr, nullptr, 0, m_features.data());
     lilv_state_free(state);
-}
-
-void Lv2Instance::SetFromState(const char* symbol, void* self, const void* value, uint32_t size,
-                               uint32_t type) {
-    if (size != sizeof(float) || type != Lv2Host::Get().Numbers().Map(LV2_ATOM__Float)) return;
-    float number = 0;
-    std::memcpy(&number, value, sizeof number);
-    static_cast<Lv2Instance*>(self)->SetControls({{symbol, number}});
 }
 
 void Lv2Instance::SetControls(const std::map<std::string, float>& values) {

@@ -50,7 +50,6 @@ private:
     void SetControls(const std::map<std::string, float>& values);
     void ConnectNext(Lv2Port::Kind kind, size_t& next, float* samples);
     void PrepareAtoms();
-    static void SetFromState(const char* symbol, void* self, const void* value, uint32_t size, uint32_t type);
 
     Lv2Worker m_worker;
     int32_t m_leastFrames = 1;
