@@ -3,18 +3,13 @@
 #include "base/StringEncoding.h"
 #include "fuzz/FuzzInput.h"
 #include "fuzz/Require.h"
+#include "fuzz/twins/Escapes.h"
 
-#include <cctype>
-#include <cstdlib>
 #include <string>
 
 using namespace vrx::fuzz;
 
 namespace {
-
-char LowByte(const std::string& digits, int base) {
-    return static_cast<char>(std::strtoul(digits.c_str(), nullptr, base) & 0xFF);
-}
 
 std::string SlowUrl(const std::string& text) {
     std::string output;
@@ -57,41 +52,6 @@ std::string SlowXml(const std::string& text) {
     return output;
 }
 
-bool IsDigit(char c) {
-    return c >= '0' && c <= '9';
-}
-
-/// The byte that the escape at `pos`, behind its backslash, stands for. `pos` moves behind the escape.
-char SlowEscape(const std::string& text, size_t& pos) {
-    static const std::string kLetters = "abftrnv";
-    static const std::string kBytes = "\x07\x08\x0c\x09\x0d\x0a\x0b";
-    const char c = text[pos];
-    if (IsDigit(c)) {
-        std::string digits;
-        while (digits.size() < 3 && pos < text.size() && IsDigit(text[pos])) digits += text[pos++];
-        return LowByte(digits, 8);
-    }
-    ++pos;
-    if (c == 'x' || c == 'X') {
-        if (pos < text.size() && std::isxdigit(static_cast<unsigned char>(text[pos]))) ++pos;
-        return '\0';
-    }
-    const size_t letter = kLetters.find(c);
-    return letter == std::string::npos ? c : kBytes[letter];
-}
-
-std::string SlowQuoted(const std::string& text) {
-    std::string output;
-    for (size_t pos = 0; pos < text.size();) {
-        const char c = text[pos++];
-        if (c == '\\' && pos < text.size())
-            output += SlowEscape(text, pos);
-        else if (c != '"')
-            output += c;
-    }
-    return output;
-}
-
 void RequireDecoded(const std::string& text, String::Encoding encoding, const std::string& want,
                     const char* what) {
     std::string output = "old";
@@ -110,7 +70,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
 
     RequireDecoded(text, String::encURL, SlowUrl(text), "URL decoding");
     RequireDecoded(text, String::encXML, SlowXml(text), "XML decoding");
-    RequireDecoded(text, String::encCQuoted, SlowQuoted(text), "C escapes");
+    RequireDecoded(text, String::encCQuoted, SlowDecodedC(text), "C escapes");
     for (const auto encoding : {String::encNone, String::encCEscaped, String::encVisible})
         RequireDecoded(text, encoding, text, "without a decoder the text is copied");
     return 0;

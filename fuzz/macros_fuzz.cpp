@@ -6,9 +6,8 @@
 #include "base/StringMacros.h"
 #include "fuzz/FuzzInput.h"
 #include "fuzz/Require.h"
+#include "fuzz/twins/Identifiers.h"
 
-#include <algorithm>
-#include <cctype>
 #include <map>
 #include <string>
 
@@ -20,26 +19,6 @@ using Macros = std::map<std::string, std::string>;
 
 constexpr char kFirstMacro = 'a';
 constexpr char kLastMacro = 'f';
-
-bool IsLetter(char c) {
-    return std::isalpha(static_cast<unsigned char>(c));
-}
-
-bool IsLetterOrDigit(char c) {
-    return std::isalnum(static_cast<unsigned char>(c));
-}
-
-bool Holds(const char* set, char c) {
-    return set && std::string(set).find(c) != std::string::npos;
-}
-
-bool SlowIsIdentifier(const char* name, const char* extra, const char* extraFirst) {
-    if (!name || !*name) return false;
-    const std::string text = name;
-    if (text[0] != '_' && !IsLetter(text[0]) && !Holds(extraFirst, text[0])) return false;
-    return std::all_of(text.begin() + 1, text.end(),
-                       [&](char c) { return c == '_' || IsLetterOrDigit(c) || Holds(extra, c); });
-}
 
 std::string SlowExpandIdentifier(const std::string& text, const Macros& macros, const char* extra) {
     std::string result;

@@ -5,55 +5,29 @@
 #include "base/StringVector.h"
 #include "fuzz/FuzzInput.h"
 #include "fuzz/Require.h"
+#include "fuzz/twins/Profile.h"
 #include "fuzz/twins/Tokens.h"
 
 #include <cstdlib>
 #include <string>
-#include <strings.h>
 #include <vector>
 
 using namespace vrx::fuzz;
 
 namespace {
 
-bool SameText(const std::string& a, const std::string& b) {
-    return ::strcasecmp(a.c_str(), b.c_str()) == 0;
-}
-
 /// The list as the rules of reading and writing leave it; a null text is a null pointer.
 struct Model {
     std::vector<std::string> lines;
 
-    /// Index behind the section's header, or 0.
-    size_t Body(const char* section) const {
-        for (size_t i = 0; i < lines.size(); ++i)
-            if (SameText(lines[i], "[" + std::string(section) + "]")) return i + 1;
-        return 0;
-    }
-
-    std::string Read(const char* section, const char* key, const char* defaultValue) const {
-        if (!section || !*section || !key || !*key) return "";
-        const std::string fallback = defaultValue ? defaultValue : "";
-        const size_t body = Body(section);
-        for (size_t i = body; body != 0 && i < lines.size(); ++i) {
-            if (lines[i].empty() || lines[i][0] == ';') continue;
-            if (lines[i][0] == '[') return fallback;
-            const std::vector<std::string> parts = SlowTokens(lines[i], "=", 0);
-            if (parts.empty()) return fallback;
-            if (!SameText(parts[0], key)) continue;
-            return parts.size() == 2 ? WithoutComment(parts[1]) : fallback;
-        }
-        return fallback;
-    }
-
     int ReadNumber(const char* section, const char* key, int defaultValue) const {
-        const std::string text = Read(section, key, nullptr);
+        const std::string text = SlowProfileStr(lines, section, key, nullptr);
         return text.empty() ? defaultValue : static_cast<int>(std::strtol(text.c_str(), nullptr, 10));
     }
 
     void Write(const char* section, const char* key, const char* value) {
         if (!section || !*section) return;
-        const size_t body = Body(section);
+        const size_t body = SlowSectionBody(lines, section);
         if (body == 0) {
             if (!key || !value) return;
             lines.push_back("[" + std::string(section) + "]");
@@ -68,14 +42,6 @@ struct Model {
     }
 
 private:
-    static std::string WithoutComment(std::string value) {
-        const size_t comment = value.find(';');
-        if (comment == std::string::npos) return value;
-        value.resize(comment);
-        while (!value.empty() && (value.back() == ' ' || value.back() == '\t')) value.pop_back();
-        return value;
-    }
-
     void Put(size_t body, const char* key, const std::string& line) {
         for (size_t i = body; i < lines.size(); ++i) {
             if (lines[i].empty() || lines[i][0] == ';') continue;
@@ -111,12 +77,13 @@ void Operate(string_vector& list, Model& model, FuzzInput& input) {
     const Argument key(input, (operation & 0x40) != 0);
     const Argument value(input, (operation & 0x20) != 0);
     // Callers never pass a value without a key for a section that exists.
-    const bool keyMissing = !key.Text() && section.Text() && model.Body(section.Text()) != 0;
+    const bool keyMissing =
+        !key.Text() && section.Text() && SlowSectionBody(model.lines, section.Text()) != 0;
 
     switch (operation % 4) {
     case 0:
         RequireSame(list.GetProfileStr(section.Text(), key.Text(), value.Text()),
-                    model.Read(section.Text(), key.Text(), value.Text()), "the text read");
+                    SlowProfileStr(model.lines, section.Text(), key.Text(), value.Text()), "the text read");
         break;
     case 1:
         RequireSame(list.GetProfileIntg(section.Text(), key.Text(), -operation),

@@ -3,31 +3,12 @@
 #include "base/StringSplit.h"
 #include "fuzz/FuzzInput.h"
 #include "fuzz/Require.h"
+#include "fuzz/twins/Split.h"
 
 #include <string>
 #include <vector>
 
 using namespace vrx::fuzz;
-
-namespace {
-
-std::vector<std::string> SlowSplit(const std::string& text, const std::string& delimiters) {
-    if (delimiters.empty()) return {text};
-    std::vector<std::string> parts;
-    std::string part;
-    for (const char c : text) {
-        if (delimiters.find(c) == std::string::npos) {
-            part += c;
-        } else if (!part.empty()) {
-            parts.push_back(part);
-            part.clear();
-        }
-    }
-    if (!part.empty() || parts.empty()) parts.push_back(part);
-    return parts;
-}
-
-} // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     FuzzInput input(data, size);

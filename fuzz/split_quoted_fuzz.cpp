@@ -3,6 +3,7 @@
 #include "base/StringSplit.h"
 #include "fuzz/FuzzInput.h"
 #include "fuzz/Require.h"
+#include "fuzz/twins/Escapes.h"
 
 #include <cctype>
 #include <string>
@@ -14,38 +15,6 @@ namespace {
 
 bool IsSpace(char c) {
     return std::isspace(static_cast<unsigned char>(c));
-}
-
-bool IsDigit(char c) {
-    return c >= '0' && c <= '9';
-}
-
-bool IsHexDigit(char c) {
-    return std::isxdigit(static_cast<unsigned char>(c));
-}
-
-/// The byte that the escape at `pos`, behind its backslash, stands for. `pos` moves behind the escape.
-char SlowEscape(const std::string& text, size_t& pos) {
-    static const std::string kLetters = "abftrnv";
-    static const std::string kBytes = "\x07\x08\x0c\x09\x0d\x0a\x0b";
-    const char c = text[pos];
-    if (IsDigit(c)) {
-        std::string digits;
-        while (digits.size() < 3 && pos < text.size() && IsDigit(text[pos])) digits += text[pos++];
-        unsigned value = 0;
-        for (const char digit : digits) {
-            if (digit > '7') break;
-            value = value * 8 + static_cast<unsigned>(digit - '0');
-        }
-        return static_cast<char>(value & 0xFF);
-    }
-    ++pos;
-    if (c == 'x' || c == 'X') {
-        for (int taken = 0; taken < 2 && pos < text.size() && IsHexDigit(text[pos]); ++taken) ++pos;
-        return '\0';
-    }
-    const size_t letter = kLetters.find(c);
-    return letter == std::string::npos ? c : kBytes[letter];
 }
 
 std::vector<std::string> SlowWords(const std::string& text) {
@@ -61,7 +30,7 @@ std::vector<std::string> SlowWords(const std::string& text) {
             if (c == '"')
                 inQuotes = !inQuotes;
             else if (c == '\\' && pos < text.size())
-                word += SlowEscape(text, pos);
+                word += SlowEscape(text, pos, 2);
             else
                 word += c;
         }

@@ -1,9 +1,16 @@
-// Operations that work on many bytes at once, held against plain twins on random inputs of all small sizes.
+// Operations that work on many bytes at once, held against plain twins on random inputs of all small sizes. Twins that
+// fuzz targets need as well are those of fuzz/twins.
 
 #include "base/BaseHelpers.h"
 #include "base/internal/ByteSet.h"
 #include "base/internal/PutBytes.h"
 #include "base/internal/WideFind.h"
+#include "fuzz/twins/Csv.h"
+#include "fuzz/twins/Escapes.h"
+#include "fuzz/twins/Identifiers.h"
+#include "fuzz/twins/Profile.h"
+#include "fuzz/twins/Split.h"
+#include "fuzz/twins/Tokens.h"
 
 #include <cctype>
 #include <gtest/gtest.h>
@@ -16,6 +23,7 @@
 namespace {
 
 using namespace std::string_literals;
+using namespace vrx::fuzz;
 using Strings = std::vector<std::string>;
 
 constexpr size_t kNothing = std::string_view::npos;
@@ -116,23 +124,15 @@ TEST(Split, AgreesWithOneByteAtATime) {
     for (int i = 0; i < kTexts; ++i) {
         const std::string text = texts.Next(80);
         const std::string delimiters = texts.Next(6);
-        Strings want(1);
-        for (const char c : text) {
-            if (delimiters.find(c) == kNothing)
-                want.back() += c;
-            else if (!want.back().empty())
-                want.emplace_back();
-        }
-        if (want.size() > 1 && want.back().empty()) want.pop_back();
+        const Strings want = SlowSplit(text, delimiters);
         Strings got;
         String::Split(got, text, delimiters);
         ASSERT_EQ(got, want) << testing::PrintToString(text) << " at " << testing::PrintToString(delimiters);
 
-        if (text.find('\0') != kNothing || delimiters.find('\0') != kNothing || delimiters.empty()) continue;
-        if (want.front().empty()) want.clear();
         string_vector list;
         list.Split(text.c_str(), delimiters.c_str(), 0);
-        ASSERT_EQ(static_cast<Strings&>(list), want) << testing::PrintToString(text);
+        ASSERT_EQ(static_cast<Strings&>(list), SlowTokens(text.c_str(), delimiters.c_str(), 0))
+            << testing::PrintToString(text);
     }
 }
 
@@ -184,35 +184,18 @@ TEST(Merge, AgreesWithOneItemAtATime) {
     }
 }
 
-/// The rules of a CSV row, a byte at a time.
-void AddField(std::string& row, const std::string& field, bool force, char separator, char quote) {
-    if (!row.empty()) {
-        if (row == std::string(2, quote)) row.clear();
-        row += separator;
-    }
-    const bool quoted = force || field.find_first_of({separator, quote, '\r'}) != kNothing;
-    if (quoted) row += quote;
-    for (const char c : field) {
-        if (quoted && c == '\r') continue;
-        if (quoted && c == quote) row += quote;
-        row += c;
-    }
-    if (quoted) row += quote;
-    if (row.empty() && quote != '\0') row.assign(2, quote);
-}
-
 TEST(CsvRow, AgreesWithOneByteAtATime) {
     Texts texts("ab,\"'\r\n");
-    const char quotes[] = {'"', '\'', '\0'};
+    const char quotes[] = {'"', '\'', '\r', '\0'};
     for (int i = 0; i < kTexts; ++i) {
         string_vector list;
         for (size_t left = texts.Below(5); left > 0; --left) list.push_back(texts.Next(i % 2 ? 2 : 40));
         const bool force = texts.Below(2) != 0;
-        const char quote = quotes[texts.Below(3)];
+        const char quote = quotes[texts.Below(4)];
         std::string want;
         std::string added;
         for (const std::string& field : list) {
-            AddField(want, field, force, ',', quote);
+            SlowAddField(want, field, force, ',', quote);
             EXPECT_EQ(String::AddCSVField(added, field, force, ',', quote), 1);
         }
         ASSERT_EQ(added, want);
@@ -238,19 +221,12 @@ TEST(SymmetricEncrypt, AgreesWithOneByteAtATime) {
 }
 
 TEST(DecodeCQuoted, AgreesWithOneByteAtATime) {
-    Texts texts("ab\\\"q\0"s); // a and b have meanings behind a backslash, q has none
+    Texts texts("abx019\\\"q\0"s);
     for (int i = 0; i < kTexts; ++i) {
         const std::string text = texts.Next(80);
-        std::string want;
-        for (size_t pos = 0; pos < text.size(); ++pos) {
-            const bool escape = text[pos] == '\\' && pos + 1 < text.size();
-            if (text[pos] == '"') continue;
-            if (escape) ++pos;
-            want += escape && text[pos] == 'a' ? '\a' : escape && text[pos] == 'b' ? '\b' : text[pos];
-        }
         std::string got;
         String::Decode(got, text, String::encCQuoted);
-        ASSERT_EQ(got, want) << testing::PrintToString(text);
+        ASSERT_EQ(got, SlowDecodedC(text)) << testing::PrintToString(text);
     }
 }
 
@@ -258,9 +234,8 @@ TEST(IsIdentifier, AgreesWithTheCharacterClasses) {
     for (int first = 1; first < 256; ++first) {
         for (int second = 1; second < 256; ++second) {
             const std::string name = {static_cast<char>(first), static_cast<char>(second)};
-            const bool starts = std::isalpha(first) || first == '_' || first == '$';
-            const bool continues = std::isalnum(second) || second == '_' || second == '-' || second == '.';
-            ASSERT_EQ(String::IsIdentifier(name.c_str(), "-.", "$"), starts && continues)
+            ASSERT_EQ(String::IsIdentifier(name.c_str(), "-.", "$"),
+                      SlowIsIdentifier(name.c_str(), "-.", "$"))
                 << first << " " << second;
         }
     }
@@ -278,24 +253,6 @@ TEST(FindI, AgreesWithTheCLibrary) {
     }
 }
 
-/// The rules of a profile look-up, with each entry line split at its "=" signs.
-std::string LiteralProfileStr(const string_vector& list, const std::string& section, const std::string& key) {
-    size_t at = 0;
-    while (at < list.size() && ::strcasecmp(list[at].c_str(), ("[" + section + "]").c_str()) != 0) ++at;
-    for (++at; at < list.size() && list[at].substr(0, 1) != "["; ++at) {
-        if (list[at].empty() || list[at][0] == ';') continue;
-        string_vector parts;
-        parts.Split(list[at].c_str(), "=", 0);
-        if (parts.empty()) break;
-        if (::strcasecmp(parts[0].c_str(), key.c_str()) != 0) continue;
-        if (parts.size() != 2) break;
-        const size_t comment = parts[1].find(';');
-        if (comment == kNothing) return parts[1];
-        return parts[1].substr(0, parts[1].substr(0, comment).find_last_not_of(" \t") + 1);
-    }
-    return "default";
-}
-
 TEST(GetProfileStr, AgreesWithSplitLines) {
     Texts texts("aAb= ;\0"s);
     for (int i = 0; i < kTexts; ++i) {
@@ -304,7 +261,8 @@ TEST(GetProfileStr, AgreesWithSplitLines) {
             list.push_back(texts.Below(4) != 0 ? texts.Next(8) : "[a]");
         const std::string key = "aAb="[texts.Below(4)] + texts.Next(1);
         if (key.find('\0') != kNothing) continue;
-        ASSERT_EQ(list.GetProfileStr("A", key.c_str(), "default"), LiteralProfileStr(list, "A", key))
+        ASSERT_EQ(list.GetProfileStr("A", key.c_str(), "default"),
+                  SlowProfileStr(list, "A", key.c_str(), "default"))
             << testing::PrintToString(list) << " for " << testing::PrintToString(key);
     }
 }
