@@ -1,5 +1,7 @@
 #include "base/File2.h"
 
+#include "base/internal/Blanks.h"
+
 #undef NDEBUG // the constructors' assertions hold in every build
 #include <cassert>
 
@@ -25,10 +27,6 @@ namespace {
 // The messages name the toolkit's source, not this file: callers rely on their wording.
 void AssertNotNull(const void* argument, const char* expression, unsigned line, const char* function) {
     if (argument == nullptr) __assert_fail(expression, "BaseHelpers", line, function);
-}
-
-bool IsEmpty(const char* text) {
-    return text == nullptr || *text == '\0';
 }
 
 /// The result of `call`, or `failure` if it throws.
@@ -117,7 +115,7 @@ File2::~File2() {
 }
 
 bool File2::open(const char* name, const char* mode) {
-    if (IsEmpty(name) || IsEmpty(mode)) return false;
+    if (vrx::IsEmpty(name) || vrx::IsEmpty(mode)) return false;
     close();
     m_owned = true;
     m_file = Guarded<FILE*>(nullptr, [&] { return std::fopen(name, mode); });
@@ -173,7 +171,7 @@ size_t File2::read(void* buffer, size_t count) {
 }
 
 long File2::printf(const char* format, ...) {
-    if (IsEmpty(format) || !m_file) return 0;
+    if (vrx::IsEmpty(format) || !m_file) return 0;
     va_list args;
     va_start(args, format);
     const int written = Guarded(0, [&] { return __builtin___vfprintf_chk(m_file, 1, format, args); });

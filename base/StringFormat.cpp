@@ -1,5 +1,7 @@
 #include "base/StringFormat.h"
 
+#include "base/internal/Blanks.h"
+
 #include <algorithm>
 #include <array>
 #include <cerrno>
@@ -203,7 +205,7 @@ std::string Rendered(const char* format, va_list args) {
 
 // Not by way of FormatV: the copy of a list that has just been begun takes as long as a short text.
 std::string Format(const char* format, ...) {
-    if (format == nullptr || *format == '\0') return {};
+    if (vrx::IsEmpty(format)) return {};
     char text[kShortText];
     va_list args;
     va_start(args, format);
@@ -217,7 +219,7 @@ std::string Format(const char* format, ...) {
 }
 
 std::string FormatV(const char* format, va_list args) {
-    if (format == nullptr || *format == '\0') return {};
+    if (vrx::IsEmpty(format)) return {};
     char text[kShortText];
     va_list copy;
     va_copy(copy, args);

@@ -6,7 +6,7 @@
 #include <memory>
 
 bool string_vector::loadFromCSVString(const char* text, bool trim, char separator, char quote) {
-    if (text == nullptr || *text == '\0') return false;
+    if (vrx::IsEmpty(text)) return false;
     std::vector<std::string> old; // keeps `text` alive when it is one of this list's elements
     old.swap(*this);
     reserve(old.size());

@@ -99,7 +99,7 @@ private:
 } // namespace
 
 int string_vector::LoadFromFile(const char* name) {
-    if (name == nullptr || *name == '\0') return -1;
+    if (vrx::IsEmpty(name)) return -1;
     File2 file;
     const bool opened = file.open(name, "rb"); // the name may stand in this list
     clear();
@@ -124,7 +124,7 @@ int string_vector::LoadFromFile(const char* name) {
 }
 
 int string_vector::LoadFromString(const char* text) {
-    if (text == nullptr || *text == '\0') return -1;
+    if (vrx::IsEmpty(text)) return -1;
     const std::string_view whole(text);
     std::vector<std::string> lines; // the text may stand in this list
     lines.reserve(CountLf(whole) + 1);
@@ -136,7 +136,7 @@ int string_vector::LoadFromString(const char* text) {
 }
 
 bool string_vector::SaveToFile(const char* name) {
-    if (name == nullptr || *name == '\0') return false;
+    if (vrx::IsEmpty(name)) return false;
     const std::unique_ptr<FILE, int (*)(FILE*)> file(std::fopen(name, "wb"), std::fclose);
     if (!file) return false;
 

@@ -52,6 +52,10 @@ int SendAll(int socket, const void* bytes, size_t count, size_t piece) {
     return 1;
 }
 
+bool IsEmpty(const char* text) {
+    return !text || !*text;
+}
+
 bool IsDottedQuad(const char* host) {
     return host && std::isdigit(static_cast<unsigned char>(*host));
 }
@@ -103,7 +107,7 @@ CTcpIOTalk::~CTcpIOTalk() {
 }
 
 hostent* CTcpIOTalk::TranslateAddress(const char* name) {
-    if (!name || !*name || IsDottedQuad(name)) return nullptr;
+    if (IsEmpty(name) || IsDottedQuad(name)) return nullptr;
     return vrx::LookUpHost(name);
 }
 
@@ -159,7 +163,7 @@ bool CTcpIOTalk::OpenConnection(const char* host, int port) {
 }
 
 int CTcpIOTalk::SendString(int socket, const char* text) {
-    if (!text || !*text) return 0;
+    if (IsEmpty(text)) return 0;
     const size_t length = std::strlen(text);
     if (text[length - 1] == '\n') return std::min(SendAll(socket, text, length, kTextPiece), 0);
 
