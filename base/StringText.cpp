@@ -1,7 +1,7 @@
 #include "base/StringText.h"
 
 #include "base/internal/ByteSet.h"
-#include "base/internal/CaseTable.h"
+#include "base/internal/LocaleTables.h"
 #include "base/internal/PutBytes.h"
 #include "base/internal/WideFind.h"
 #include "base/internal/Wildcard.h"
@@ -34,8 +34,8 @@ constexpr std::array<int32_t, 256> AsciiTable(int32_t first) {
 }
 
 /// Changes the case of each character up to the first NUL by `table`; the rest drops. Few locales change more
-/// than ASCII letters, the 26 from `first` on; a table that does not, as the default locale's, is not even
-/// looked into.
+/// than ASCII letters, the 26 from `first` on; with a table that does not, many bytes are changed at once, in a quarter
+/// of the time. That of the default locale is not even looked into, which halves the time of a short text.
 template <char first>
 void ChangeCase(std::string& text, const int32_t* table, const int32_t* defaultTable) {
     static constexpr std::array<int32_t, 256> kAscii = AsciiTable(first);
@@ -55,7 +55,7 @@ void ChangeCase(std::string& text, const int32_t* table, const int32_t* defaultT
 size_t SkipBlanks(std::string_view text) {
     if (text.size() < sizeof(vrx::WideBlock)) return vrx::SkipWhile(text, 0, kBlanks);
     const size_t blanks = vrx::FirstHit(~vrx::AmongFew(vrx::LoadBlock(text.data()), kBlanks.Few()));
-    return blanks < sizeof(vrx::WideBlock) ? blanks : vrx::WideFind<false>(text, blanks, kBlanks.Few());
+    return blanks < sizeof(vrx::WideBlock) ? blanks : vrx::WideFindByte<false>(text, blanks, kBlanks.Few());
 }
 
 /// Leaves `size` characters from `start` on; a fifth faster on short texts than erase() at both ends.
@@ -93,13 +93,13 @@ void Trim(std::string& text) {
 
 std::string Replace(const std::string& text, const std::string& find, const std::string& replacement) {
     if (find.empty()) return text;
-    size_t at = vrx::WideFind(text, 0, find);
+    size_t at = vrx::WideFindText(text, 0, find);
     if (at == text.npos) return text;
 
     std::string result;
     result.reserve(text.size());
     size_t done = 0;
-    for (; at != text.npos; at = vrx::WideFind(text, done, find)) {
+    for (; at != text.npos; at = vrx::WideFindText(text, done, find)) {
         result.append(text, done, at - done);
         result.append(replacement);
         done = at + find.size();

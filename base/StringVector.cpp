@@ -1,7 +1,8 @@
 #include "base/StringVector.h"
 
-#include "base/internal/CaseTable.h"
+#include "base/internal/Blanks.h"
 #include "base/internal/ListRefill.h"
+#include "base/internal/LocaleTables.h"
 #include "base/internal/Tokens.h"
 #include "base/internal/Wildcard.h"
 
@@ -10,10 +11,6 @@
 #include <string_view>
 
 namespace {
-
-bool IsEmpty(const char* text) {
-    return text == nullptr || *text == '\0';
-}
 
 /// The index of the first element from `start` on that matches, or -1.
 template <class Match>
@@ -26,7 +23,7 @@ int FirstMatch(const std::vector<std::string>& list, size_t start, Match match) 
 } // namespace
 
 void string_vector::Split(const char* text, const char* delimiters, char quote) {
-    if (IsEmpty(text) || IsEmpty(delimiters)) return clear();
+    if (vrx::IsEmpty(text) || vrx::IsEmpty(delimiters)) return clear();
     if (vrx::HoldsText(*this, text)) return Split(std::string(text).c_str(), delimiters, quote);
 
     const vrx::ByteSet delimiterBytes(delimiters);

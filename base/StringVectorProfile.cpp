@@ -1,7 +1,7 @@
 #include "base/StringVector.h"
 
 #include "base/internal/Blanks.h"
-#include "base/internal/CaseTable.h"
+#include "base/internal/LocaleTables.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -12,10 +12,6 @@
 namespace {
 
 using Lines = std::vector<std::string>;
-
-bool IsNothing(const char* text) {
-    return text == nullptr || *text == '\0';
-}
 
 bool StartsSection(const std::string& line) {
     return !line.empty() && line.front() == '[';
@@ -111,7 +107,7 @@ std::string EntryLine(std::string_view key, const char* value) {
 std::string string_vector::GetProfileStr(const char* section, const char* key,
                                          const char* defaultValue) const {
     // an empty name has no entry and takes no default either: callers rely on it
-    if (IsNothing(section) || IsNothing(key)) return {};
+    if (vrx::IsEmpty(section) || vrx::IsEmpty(key)) return {};
     const size_t at = FindKey(*this, FindSection(*this, section) + 1, key);
     std::string_view value;
     if (at < size() && !StartsSection((*this)[at])) value = EntryValue((*this)[at]);
@@ -125,7 +121,7 @@ int string_vector::GetProfileIntg(const char* section, const char* key, int defa
 }
 
 void string_vector::WriteProfileStr(const char* section, const char* key, const char* value) {
-    if (IsNothing(section)) return;
+    if (vrx::IsEmpty(section)) return;
     const size_t header = FindSection(*this, section);
     if (key == nullptr) {
         if (value == nullptr && header < size()) EraseSection(*this, header);

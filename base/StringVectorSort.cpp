@@ -1,6 +1,6 @@
 #include "base/StringVector.h"
 
-#include "base/internal/CaseTable.h"
+#include "base/internal/LocaleTables.h"
 
 #include <algorithm>
 #include <array>

@@ -2,6 +2,7 @@
 
 #include "base/StringFormat.h"
 #include "base/StringMap.h"
+#include "base/internal/Blanks.h"
 #include "base/internal/LittleEndian.h"
 #include "tcpio/CTcpIOTalk.h"
 
@@ -124,7 +125,7 @@ float CVRXTalker_impl::GetPumpCycles() const {
 }
 
 bool CVRXTalker_impl::Configure(const char* args) {
-    if (!args || !*args) return false;
+    if (vrx::IsEmpty(args)) return false;
     string_map settings;
     settings.Split(args, 0);
     for (const char* key : {"server", "servport", "clport", "input", "output", "layout"}) {
@@ -201,7 +202,8 @@ inline uint64_t CVRXTalker_impl::PacketSize(const Command& command) const {
 /// reply that is no packet gives kNotAPacket, with the text that came instead in `text`; that is left to the
 /// caller to report, all other failures have been.
 ///
-/// Part of each of its two callers: passing the command through memory would cost a fifth of the instructions.
+/// Part of each of its two callers: passing the command through memory would cost 67 instructions, a sixth of what a
+/// block of 16 words takes beyond the system's own.
 [[gnu::always_inline]] inline int CVRXTalker_impl::Exchange(const char* operation, const Command& command,
                                                             const unsigned char*& packet, std::string& text) {
     if (!m_tcpio) {

@@ -43,7 +43,7 @@ template <bool kWanted>
 size_t FindByte(std::string_view text, size_t pos, const ByteSet& set) {
     const size_t near = set.IsFew() ? std::min(text.size(), pos + kNearBytes) : text.size();
     while (pos < near && set.Has(text[pos]) != kWanted) ++pos;
-    return pos < near ? pos : WideFind<kWanted>(text, pos, set.Few());
+    return pos < near ? pos : WideFindByte<kWanted>(text, pos, set.Few());
 }
 
 /// The first position at or after `pos` whose byte is not in `set`, or the text's size.

@@ -53,7 +53,7 @@ inline bool IsAmong(char c, const FewBytes& few) {
 /// The first position at or after `pos` whose byte is one of `few` (`kWanted`) or is none of them, or the
 /// text's size.
 template <bool kWanted>
-[[gnu::noinline]] size_t WideFind(std::string_view text, size_t pos, const FewBytes& few) {
+[[gnu::noinline]] size_t WideFindByte(std::string_view text, size_t pos, const FewBytes& few) {
     for (; text.size() - pos >= sizeof(WideBlock); pos += sizeof(WideBlock)) {
         const WideBlock block = LoadBlock(text.data() + pos);
         const WideBlock among = AmongFew(block, few);
@@ -95,7 +95,7 @@ inline size_t WideTrimmedSize(std::string_view text, const FewBytes& few) {
 
 /// The first position at or after `pos` where `wanted`, which is not empty, stands in the text, or npos. Its
 /// first and its last byte are looked for at once; few places that have both do not have it all.
-inline size_t WideFind(std::string_view text, size_t pos, std::string_view wanted) {
+inline size_t WideFindText(std::string_view text, size_t pos, std::string_view wanted) {
     const size_t distance = wanted.size() - 1;
     while (text.size() - pos >= sizeof(WideBlock) + distance) {
         const WideBlock hits = (LoadBlock(text.data() + pos) == wanted.front()) &

@@ -51,7 +51,7 @@ private:
     std::string m_letters;
 };
 
-TEST(WideFind, AgreesWithAByteLoop) {
+TEST(WideFindByte, AgreesWithAByteLoop) {
     Texts texts("abcd\0\xFF"s);
     const vrx::FewBytes few = {'a', 'b', '\xFF', 'a'};
     const auto isAmong = [](char c) { return c == 'a' || c == 'b' || c == '\xFF'; };
@@ -69,7 +69,8 @@ TEST(WideFind, AgreesWithAByteLoop) {
                 ASSERT_EQ(copied, room.data() + (want - pos));
                 ASSERT_EQ(room.substr(0, want - pos), text.substr(pos, want - pos));
             }
-            ASSERT_EQ(wanted ? vrx::WideFind<true>(text, pos, few) : vrx::WideFind<false>(text, pos, few),
+            ASSERT_EQ(wanted ? vrx::WideFindByte<true>(text, pos, few)
+                             : vrx::WideFindByte<false>(text, pos, few),
                       want)
                 << testing::PrintToString(text) << " from " << pos;
         }
@@ -79,13 +80,13 @@ TEST(WideFind, AgreesWithAByteLoop) {
     }
 }
 
-TEST(WideFind, FindsTextsAsStdStringDoes) {
+TEST(WideFindText, FindsTextsAsStdStringDoes) {
     Texts texts("ab\0"s);
     for (int i = 0; i < kTexts; ++i) {
         const std::string text = texts.Next(90);
         const std::string wanted = "a" + texts.Next(i % 2 ? 4 : 20);
         const size_t pos = texts.Below(text.size() + 1);
-        ASSERT_EQ(vrx::WideFind(text, pos, wanted), text.find(wanted, pos))
+        ASSERT_EQ(vrx::WideFindText(text, pos, wanted), text.find(wanted, pos))
             << testing::PrintToString(wanted) << " in " << testing::PrintToString(text) << " from " << pos;
     }
 }
