@@ -9,7 +9,7 @@ add_executable(channel_tests
   support/SystemCalls.cpp
 )
 target_link_libraries(channel_tests PRIVATE vrx_objects vrx_build_options GTest::gtest_main ${CMAKE_DL_LIBS})
-gtest_discover_tests(channel_tests DISCOVERY_TIMEOUT 60 PROPERTIES
+vrx_discover_tests(channel_tests PROPERTIES
   ENVIRONMENT "TSAN_OPTIONS=suppressions=${CMAKE_CURRENT_SOURCE_DIR}/tsan.supp")
 
 # The talker on a double of its channel: replies that no real channel gives.
@@ -22,7 +22,7 @@ add_executable(talker_double_tests
 )
 target_include_directories(talker_double_tests PRIVATE ${PROJECT_SOURCE_DIR})
 target_link_libraries(talker_double_tests PRIVATE vrx_build_options GTest::gtest_main)
-gtest_discover_tests(talker_double_tests DISCOVERY_TIMEOUT 60)
+vrx_discover_tests(talker_double_tests)
 
 # Sees the exports only: linked with, and loading, the shared library.
 add_executable(abi_tests
@@ -33,7 +33,7 @@ add_executable(abi_tests
 )
 target_compile_definitions(abi_tests PRIVATE VRX_PLUGIN="${PROJECT_BINARY_DIR}/VRX_talker_norvo.so")
 target_link_libraries(abi_tests PRIVATE VRX_talker_norvo vrx_build_options GTest::gtest_main ${CMAKE_DL_LIBS})
-gtest_discover_tests(abi_tests DISCOVERY_TIMEOUT 60)
+vrx_discover_tests(abi_tests)
 
 # The binutils one: clang's own leaves versioned names mangled.
 find_program(VRX_NM nm REQUIRED)
@@ -52,12 +52,12 @@ if(NOT VRX_SANITIZE)
   target_link_libraries(unload_tests PRIVATE vrx_build_options GTest::gtest_main ${CMAKE_DL_LIBS})
   set_target_properties(unload_tests PROPERTIES ENABLE_EXPORTS ON)
   add_dependencies(unload_tests VRX_talker_norvo)
-  gtest_discover_tests(unload_tests DISCOVERY_TIMEOUT 60)
+  vrx_discover_tests(unload_tests)
 
   # Sanitizers make frames of their own.
   add_executable(small_stack_tests library/SmallStack_test.cpp)
   target_link_libraries(small_stack_tests PRIVATE VRX_talker_norvo vrx_build_options GTest::gtest_main)
-  gtest_discover_tests(small_stack_tests DISCOVERY_TIMEOUT 60)
+  vrx_discover_tests(small_stack_tests)
 endif()
 
 # Fails each allocation of each operation in turn.
@@ -67,4 +67,4 @@ add_executable(allocation_tests
   support/ScriptedServer.cpp
 )
 target_link_libraries(allocation_tests PRIVATE vrx_objects vrx_build_options GTest::gtest_main)
-gtest_discover_tests(allocation_tests DISCOVERY_TIMEOUT 60)
+vrx_discover_tests(allocation_tests)

@@ -41,7 +41,7 @@ target_compile_definitions(protocol_page_tests PRIVATE
   VRX_PROGRAM="$<TARGET_FILE:vrx>" VRX_SOURCE_DIR="${PROJECT_SOURCE_DIR}")
 target_link_libraries(protocol_page_tests PRIVATE VRX_talker_norvo vrx_build_options GTest::gtest_main)
 add_dependencies(protocol_page_tests vrx)
-gtest_discover_tests(protocol_page_tests DISCOVERY_TIMEOUT 60)
+vrx_discover_tests(protocol_page_tests)
 
 # The Wireshark dissector: what it makes of a recorded run and of odd messages. See wireshark/record and wireshark/decode.
 find_program(TSHARK tshark)

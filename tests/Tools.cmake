@@ -43,7 +43,7 @@ target_compile_definitions(tool_tests PRIVATE
   VRX_PROGRAM="$<TARGET_FILE:vrx>")
 target_link_libraries(tool_tests PRIVATE vrx_commands vrx_build_options GTest::gtest_main)
 add_dependencies(tool_tests compare_gain minimal_host vrx)
-gtest_discover_tests(tool_tests DISCOVERY_TIMEOUT 60)
+vrx_discover_tests(tool_tests)
 
 # Blocks of more than one segment over a link that cuts them, where the machine allows one.
 add_test(NAME whole_replies COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/tools/commands/WholeReplies_test.sh
@@ -85,7 +85,7 @@ if(LILV_FOUND)
     $<TARGET_FILE:vrx> $<TARGET_FILE:VRX_talker_norvo>)
   set_tests_properties(lv2_plugins PROPERTIES SKIP_RETURN_CODE 77 TIMEOUT 300)
 endif()
-gtest_discover_tests(server_tests DISCOVERY_TIMEOUT 60)
+vrx_discover_tests(server_tests)
 
 # Not tests but runs of their own: see script/soak, script/fault-table and script/crowd.
 foreach(run soak fault_table crowd)
