@@ -36,6 +36,11 @@ if(TARGET vrx)
   install(FILES docs/man/vrx.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tools)
   install(FILES completions/vrx
     DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT tools)
+  # The units name /usr/bin/vrx.
+  if(CMAKE_INSTALL_PREFIX STREQUAL "/usr")
+    install(FILES packaging/systemd/vrx-serve.service packaging/systemd/vrx-serve@.service
+      DESTINATION lib/systemd/system COMPONENT tools)
+  endif()
 endif()
 
 install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DATADIR}/licenses/VRX_talker_norvo COMPONENT licence)

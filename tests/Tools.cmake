@@ -81,11 +81,24 @@ if(LILV_FOUND)
   target_compile_definitions(server_tests PRIVATE VRX_TEST_LV2_PATH="${VRX_TEST_LV2_PATH}")
   add_dependencies(server_tests probe_plugin)
 
-  add_test(NAME lv2_plugins COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/tools/server/lv2_plugins.sh
-    $<TARGET_FILE:vrx> $<TARGET_FILE:VRX_talker_norvo>)
-  set_tests_properties(lv2_plugins PROPERTIES SKIP_RETURN_CODE 77 TIMEOUT 300)
 endif()
 vrx_discover_tests(server_tests)
+
+# The recipes for networks, farms, monitors and services, with the real programs; skipped where one is missing.
+# vrx_recipe(NAME SCRIPT [ARGUMENT...]): a test that runs SCRIPT with vrx, the plug-in and the arguments
+function(vrx_recipe name script)
+  add_test(NAME ${name} COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/${script}
+    $<TARGET_FILE:vrx> ${PROJECT_BINARY_DIR}/VRX_talker_norvo.so ${ARGN})
+  set_tests_properties(${name} PROPERTIES SKIP_RETURN_CODE 77 TIMEOUT 180)
+endfunction()
+if(LILV_FOUND)
+  vrx_recipe(lv2_plugins tools/server/lv2_plugins.sh)
+endif()
+vrx_recipe(network.tls network/tls.sh)
+vrx_recipe(network.ssh network/ssh.sh)
+vrx_recipe(network.farm network/farm.sh ${PROJECT_SOURCE_DIR}/docs/farm.md)
+vrx_recipe(network.metrics network/metrics.sh ${PROJECT_SOURCE_DIR}/examples/vrx-metrics)
+vrx_recipe(systemd_units packaging/systemd_units.sh ${PROJECT_SOURCE_DIR}/packaging/systemd)
 
 # Not tests but runs of their own: see script/soak, script/fault-table and script/crowd.
 foreach(run soak fault_table crowd)
