@@ -79,11 +79,11 @@ std::string Allowed(std::string_view raw, const std::array<Argument, kArguments>
             format += c;
             continue;
         }
-        std::string specification(takeWhile("-+ #0'", 6));
-        specification += takeWhile("123456789", 2);
+        std::string modifiers(takeWhile("-+ #0'", 6));
+        modifiers += takeWhile("123456789", 2);
         if (!raw.empty() && raw.front() == '.') {
-            specification += takeWhile(".", 1);
-            specification += takeWhile("0123456789", 2);
+            modifiers += takeWhile(".", 1);
+            modifiers += takeWhile("0123456789", 2);
         }
         const std::string length(takeWhile("hlzjt", 2));
         const char conversion = raw.empty() ? '\0' : raw.front();
@@ -95,7 +95,7 @@ std::string Allowed(std::string_view raw, const std::array<Argument, kArguments>
         }
         raw.remove_prefix(1);
         ++used;
-        format += '%' + specification + length + conversion;
+        format += '%' + modifiers + length + conversion;
     }
     return format;
 }
