@@ -147,6 +147,6 @@ constexpr LV2_Descriptor kPlugins[] = {
 
 } // namespace
 
-extern "C" LV2_SYMBOL_EXPORT const LV2_Descriptor* lv2_descriptor(uint32_t index) {
+LV2_SYMBOL_EXPORT const LV2_Descriptor* lv2_descriptor(uint32_t index) {
     return index < 2 ? &kPlugins[index] : nullptr;
 }
