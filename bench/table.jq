@@ -3,7 +3,7 @@
 
 # What each program measures.
 def heading: {
-    talker: "Blocks through the talker", costs: "What a talker costs", counts: "What a block costs",
+    talker: "Blocks through the talker", server: "The server", costs: "What a talker costs", counts: "What a block costs",
     lists: "Lists and maps", texts: "Texts", encodings: "Encodings", files: "Files", growth: "Growth"
 }[.];
 

@@ -1,5 +1,6 @@
-// Puts a crowd of clients on `vrx serve`, every second one of which sends random bytes, and watches that the others
-// are served right and that the server's memory stays. Run by script/crowd.
+// Puts a crowd of clients on `vrx serve`. Half of them are no good: they send random bytes, do not read what they
+// asked for, or stop in the middle of a request. Watches that the others are served right and that the server's
+// memory stays within what its limits promise. Run by script/crowd.
 //
 //   crowd PLUGIN VRX SECONDS
 
@@ -7,11 +8,14 @@
 #include "tests/support/RawClient.h"
 #include "tests/support/Subprocess.h"
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <csignal>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <fstream>
@@ -19,6 +23,7 @@
 #include <random>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <unistd.h>
 #include <vector>
@@ -27,11 +32,14 @@ namespace {
 
 constexpr int kClients = 200; // half of them good
 
+/// What the server may hold: for each client a request, its reply and the room of the two sockets, and itself.
+constexpr long kBoundKiB = kClients * (1088 + 1024 + 512) + 65536;
+
 std::atomic<bool> g_stop = false;
 std::atomic<long> g_served = 0;
 std::atomic<long> g_wrong = 0;
 std::atomic<long> g_failed = 0;
-std::atomic<long> g_rubbishConnections = 0;
+std::atomic<long> g_badConnections = 0;
 
 void PumpForever(CVRXTalker* (*factory)(), const std::string& args, unsigned seed) {
     std::mt19937 random(seed);
@@ -63,14 +71,46 @@ std::string Rubbish(std::mt19937& random) {
     return bytes;
 }
 
-void SendRubbishForever(uint16_t port, unsigned seed) {
+void SendRubbish(const RawClient& client, std::mt19937& random) {
+    for (unsigned sends = random() % 8 + 1; sends > 0 && !g_stop; --sends) client.Send(Rubbish(random));
+}
+
+std::string BigRequest() {
+    constexpr uint32_t kWords = 200000;
+    const uint32_t head[] = {0x07FF0003, 20 + 4 * kWords + 28, kWords + 1, 0x3A, kWords + 3};
+    std::string packet(20 + 4 * kWords, '\x11');
+    std::memcpy(packet.data(), head, sizeof head);
+    return packet + std::string("L,I.samples[0],O.samples[0]\0", 28);
+}
+
+/// Asks for more and more, and reads a little of it now and then.
+void ReadSlowly(const RawClient& client, std::mt19937& random) {
+    const std::string request = BigRequest();
+    size_t at = 0;
+    for (auto reads = random() % 200 + 1; reads > 0 && !g_stop; --reads) {
+        at = (at + client.SendWithoutWaiting(std::string_view(request).substr(at))) % request.size();
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        if (at == 0 || reads % 50 == 0) client.Receive(1000);
+    }
+}
+
+/// Says nothing more in the middle of a request, and goes.
+void StopHalfway(const RawClient& client, std::mt19937& random) {
+    const std::string request = BigRequest();
+    client.Send(std::string_view(request).substr(0, random() % request.size()));
+    for (auto waits = random() % 100; waits > 0 && !g_stop; --waits)
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+}
+
+using Misdeed = void (*)(const RawClient&, std::mt19937&);
+
+void MisbehaveForever(Misdeed misdeed, uint16_t port, unsigned seed) {
     std::mt19937 random(seed);
     while (!g_stop) {
         try {
             const RawClient client(port);
-            ++g_rubbishConnections;
-            for (unsigned sends = random() % 8 + 1; sends > 0 && !g_stop; --sends)
-                client.Send(Rubbish(random));
+            ++g_badConnections;
+            misdeed(client, random);
         } catch (const std::runtime_error&) {
             std::this_thread::yield(); // no place in the queue: once more
         }
@@ -110,24 +150,30 @@ int main(int argc, char** argv) {
     std::vector<std::thread> clients;
     for (unsigned i = 0; i < kClients / 2; ++i) {
         clients.emplace_back(PumpForever, factory, args, i);
-        clients.emplace_back(SendRubbishForever, static_cast<uint16_t>(std::atoi(port.c_str())), 1000 + i);
+        constexpr Misdeed kMisdeeds[] = {SendRubbish, SendRubbish, ReadSlowly, StopHalfway};
+        clients.emplace_back(MisbehaveForever, kMisdeeds[i % 4],
+                             static_cast<uint16_t>(std::atoi(port.c_str())), 1000 + i);
     }
-    std::fprintf(report, "second  served   wrong  rubbish connections  server's RSS KiB\n");
+    std::fprintf(report, "second  served   wrong  bad connections      server's RSS KiB\n");
+    const int step = std::max(10, seconds / 20);
+    long most = 0;
     for (int second = 0; second < seconds; ++second) {
         std::this_thread::sleep_for(std::chrono::seconds(1));
-        if ((second + 1) % 10 == 0 || second + 1 == seconds)
+        most = std::max(most, ResidentKiB(server.Pid()));
+        if ((second + 1) % step == 0 || second + 1 == seconds)
             std::fprintf(report, "%6d  %-8ld %-6ld %-20ld %ld\n", second + 1, g_served.load(), g_wrong.load(),
-                         g_rubbishConnections.load(), ResidentKiB(server.Pid()));
+                         g_badConnections.load(), ResidentKiB(server.Pid()));
         std::fflush(report);
     }
     g_stop = true;
     for (std::thread& client : clients) client.join();
     server.Signal(SIGTERM);
     const Subprocess::Outcome end = server.Wait();
-    std::fprintf(
-        report,
-        "served %ld blocks, %ld wrong, %ld failed and tried again; the server ended with exit code %d\n",
-        g_served.load(), g_wrong.load(), g_failed.load(), end.exitCode);
+    std::fprintf(report,
+                 "served %ld blocks, %ld wrong, %ld failed and tried again; the server held at most %ld KiB "
+                 "of the %ld that "
+                 "its limits allow, and ended with exit code %d\n",
+                 g_served.load(), g_wrong.load(), g_failed.load(), most, kBoundKiB, end.exitCode);
     std::fclose(report);
-    return g_wrong == 0 && g_served > 0 && end.exitCode == 0 ? 0 : 1;
+    return g_wrong == 0 && g_served > 0 && end.exitCode == 0 && most <= kBoundKiB ? 0 : 1;
 }
