@@ -65,6 +65,10 @@ size_t RawClient::SendWithoutWaiting(std::string_view bytes) const {
     return count > 0 ? static_cast<size_t>(count) : 0;
 }
 
+void RawClient::EndSending() const {
+    ::shutdown(m_socket, SHUT_WR);
+}
+
 std::string RawClient::Receive(size_t count) const {
     std::string bytes(count, '\0');
     size_t received = 0;

@@ -23,6 +23,9 @@ public:
     /// Sends what the system takes without waiting and returns how many bytes that was.
     size_t SendWithoutWaiting(std::string_view bytes) const;
 
+    /// Nothing more will be sent; what comes is still received.
+    void EndSending() const;
+
     /// The next `count` bytes; fewer when the connection ended or the time was up.
     std::string Receive(size_t count) const;
 
