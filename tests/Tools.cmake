@@ -100,6 +100,23 @@ vrx_recipe(network.farm network/farm.sh ${PROJECT_SOURCE_DIR}/docs/farm.md)
 vrx_recipe(network.metrics network/metrics.sh ${PROJECT_SOURCE_DIR}/examples/vrx-metrics)
 vrx_recipe(systemd_units packaging/systemd_units.sh ${PROJECT_SOURCE_DIR}/packaging/systemd)
 
+if(TARGET vrx_capture)
+  add_executable(capture_tests
+    support/RawClient.cpp
+    support/ScriptedServer.cpp
+    support/Subprocess.cpp
+    tools/capture/CaptureReader_test.cpp
+    tools/capture/CaptureWriter_test.cpp
+    tools/capture/ExchangeAssembler_test.cpp
+    tools/capture/FrameTracker_test.cpp
+    tools/capture/SampleMute_test.cpp
+    tools/commands/Record_test.cpp)
+  target_compile_definitions(capture_tests PRIVATE VRX_PROGRAM="$<TARGET_FILE:vrx>")
+  target_link_libraries(capture_tests PRIVATE vrx_capture vrx_pcap vrx_build_options GTest::gtest_main)
+  add_dependencies(capture_tests vrx VRX_talker_norvo)
+  gtest_discover_tests(capture_tests DISCOVERY_TIMEOUT 60)
+endif()
+
 # Not tests but runs of their own: see script/soak, script/fault-table and script/crowd.
 foreach(run soak fault_table crowd)
   add_executable(${run} reliability/${run}.cpp support/Subprocess.cpp)

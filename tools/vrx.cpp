@@ -21,6 +21,7 @@ int Run(int argc, char** argv) {
     AddSweep(app, exitCode);
     AddCompare(app, exitCode);
     AddServe(app, exitCode);
+    AddCaptureCommands(app, exitCode);
 
     try {
         app.parse(argc, argv);

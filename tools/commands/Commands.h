@@ -14,4 +14,8 @@ void AddCompare(CLI::App& app, int& exitCode);
 void AddDoctor(CLI::App& app, int& exitCode);
 void AddServe(CLI::App& app, int& exitCode);
 
+/// The commands that need the capture libraries; none where this program was built without them.
+void AddCaptureCommands(CLI::App& app, int& exitCode);
+void AddRecord(CLI::App& app, int& exitCode);
+
 } // namespace vrx::tool

@@ -1,0 +1,238 @@
+#include "tests/support/FolderTest.h"
+#include "tests/support/RawClient.h"
+#include "tests/support/ScriptedServer.h"
+#include "tests/tools/VrxRun.h"
+#include "tests/tools/capture/RecordProcess.h"
+#include "tests/tools/capture/Requests.h"
+#include "tests/tools/capture/Tshark.h"
+#include "tools/capture/Recording.h"
+
+#include <csignal>
+#include <gtest/gtest.h>
+#include <string>
+#include <thread>
+
+using vrx::tool::Exchange;
+using vrx::tool::Recording;
+using vrx::tool::ReplyBytes;
+using vrx::tool::ServerEnd;
+
+namespace {
+
+std::vector<Exchange> Exchanges(const std::string& path) {
+    std::vector<Exchange> all;
+    Recording recording(path);
+    for (Exchange each; recording.Next(each);) all.push_back(each);
+    return all;
+}
+
+std::string Place(int port) {
+    return "127.0.0.1:" + std::to_string(port);
+}
+
+class Record : public FolderTest {};
+
+} // namespace
+
+TEST_F(Record, APumpThroughItIsThePumpItself) {
+    Write("in.wav", Wav16(2, Noise(20000)));
+    const ServeProcess server({"--process", "gain=-3", "--process", "delay=17"});
+    const auto pump = [this](const char* out, const std::string& port) {
+        const auto end = Vrx({"pump", Path("in.wav"), Path(out), "--block", "100", "--servport", port});
+        EXPECT_EQ(end.exitCode, 0) << end.err;
+    };
+    pump("direct.wav", server.Port());
+    RecordProcess record("127.0.0.1:" + server.Port(), Path("run.pcap"));
+    pump("recorded.wav", record.Port());
+    const auto end = record.Stop();
+    EXPECT_EQ(end.exitCode, 0) << end.err;
+    EXPECT_EQ(end.err, "");
+    EXPECT_TRUE(end.out.starts_with("vrx record: listening on 127.0.0.1:" + record.Port() +
+                                    "\nvrx record: 1 client, "))
+        << end.out;
+    EXPECT_EQ(Bytes("direct.wav"), Bytes("recorded.wav"));
+
+    const auto all = Exchanges(Path("run.pcap"));
+    ASSERT_EQ(all.size(), 102U) << "connect, pins, 100 blocks";
+    EXPECT_EQ(all[0].request, "connect,127.0.0.1,0\n");
+    for (const Exchange& each : all) EXPECT_TRUE(each.whole) << each.number;
+}
+
+TEST_F(Record, KeepsPiecesEndsAndHalfCloses) {
+    const ScriptedServer server({[](Peer& peer) {
+                                     peer.ReadLine();
+                                     peer.Send("one");
+                                     peer.ReadLine(); // the client has seen the piece
+                                     peer.Send("two\n");
+                                     peer.Close();
+                                 },
+                                 [](Peer& peer) {
+                                     peer.ReadLine();
+                                     peer.Reset();
+                                 },
+                                 [](Peer& peer) {
+                                     EXPECT_EQ(peer.Read(100), "half\n") << "up to the client's end";
+                                     peer.Send("answer\n");
+                                 }});
+    RecordProcess record(Place(server.Port()), Path("run.pcap"));
+    const auto port = static_cast<std::uint16_t>(std::stoi(record.Port()));
+    {
+        const RawClient client(port);
+        client.Send("first\n");
+        EXPECT_EQ(client.Receive(3), "one");
+        client.Send("second\n");
+        EXPECT_EQ(client.ReceiveRest(), "two\n<end>");
+    }
+    {
+        const RawClient client(port);
+        client.Send("third\n");
+        EXPECT_EQ(client.ReceiveRest(), "<reset>");
+    }
+    {
+        const RawClient client(port);
+        client.Send("half\n");
+        client.EndSending();
+        EXPECT_EQ(client.ReceiveRest(), "answer\n<end>");
+    }
+    EXPECT_EQ(record.Stop().exitCode, 0);
+    const auto all = Exchanges(Path("run.pcap"));
+    ASSERT_EQ(all.size(), 4U);
+    EXPECT_EQ(all[1].end, ServerEnd::kCloses);
+    EXPECT_EQ(all[2].request, "third\n");
+    EXPECT_EQ(all[2].end, ServerEnd::kResets);
+    EXPECT_EQ(ReplyBytes(all[3]), "answer\n");
+    EXPECT_EQ(all[3].end, ServerEnd::kStays);
+}
+
+TEST_F(Record, SurvivesAKillUpToTheLastWholeExchange) {
+    const ServeProcess server;
+    RecordProcess record("127.0.0.1:" + server.Port(), Path("run.pcap"));
+    const RawClient client(static_cast<std::uint16_t>(std::stoi(record.Port())));
+    for (int i = 0; i < 100; ++i) ASSERT_TRUE(client.Ask("help").starts_with("commands: "));
+    // The reply was handed on before it was written, so the next one shows that it was.
+    client.Ask("status");
+    record.Kill();
+    EXPECT_GE(Exchanges(Path("run.pcap")).size(), 100U);
+}
+
+TEST_F(Record, RecordsTwentyClientsAtOnce) {
+    constexpr int kClients = 20;
+    constexpr int kRequests = 50;
+    const ServeProcess server;
+    RecordProcess record("127.0.0.1:" + server.Port(), Path("run.pcap"));
+    const auto port = static_cast<std::uint16_t>(std::stoi(record.Port()));
+    std::vector<std::thread> clients;
+    for (unsigned i = 0; i < kClients; ++i)
+        clients.emplace_back([port, i] {
+            const RawClient client(port);
+            for (unsigned n = 0; n < kRequests; ++n) {
+                const std::string request = BlockRequest({i, n});
+                client.Send(request);
+                const std::string reply = client.Receive(BlockReply({i, n}).size());
+                ASSERT_EQ(reply.substr(28), BlockReply({i, n}).substr(28));
+            }
+        });
+    for (std::thread& client : clients) client.join();
+    EXPECT_EQ(record.Stop().exitCode, 0);
+    const auto all = Exchanges(Path("run.pcap"));
+    EXPECT_EQ(all.size(), std::size_t{kClients} * kRequests);
+    for (const Exchange& each : all) EXPECT_EQ(ReplyBytes(each).substr(28), each.request.substr(20, 8));
+    if (!HaveTshark())
+        GTEST_SKIP() << "tshark is not installed (script/setup ci): the capture was not checked with it";
+    EXPECT_EQ(Tshark(Path("run.pcap"), {"-Y", kTrouble}), "");
+}
+
+TEST_F(Record, MutesSamples) {
+    const ServeProcess server;
+    RecordProcess record("127.0.0.1:" + server.Port(), Path("run.pcap"), {"--mute"});
+    {
+        const RawClient client(static_cast<std::uint16_t>(std::stoi(record.Port())));
+        client.Send(BlockRequest({1, 2}));
+        EXPECT_EQ(client.Receive(36).substr(28), BlockReply({1, 2}).substr(28)) << "on the wire they stay";
+    }
+    EXPECT_EQ(record.Stop().exitCode, 0);
+    const auto all = Exchanges(Path("run.pcap"));
+    ASSERT_EQ(all.size(), 1U);
+    EXPECT_EQ(all[0].request, BlockRequest({0, 0}));
+    EXPECT_EQ(ReplyBytes(all[0]).substr(28), BlockReply({0, 0}).substr(28));
+}
+
+TEST_F(Record, AFullDiskEndsTheRecordingAndNotTheConversation) {
+    const ServeProcess server;
+    // A limit on the file's size is the disk that fills up.
+    Subprocess record({"sh", "-c", "trap '' XFSZ; ulimit -f 8; exec \"$@\"", "sh", VRX_PROGRAM, "record",
+                       "--to", "127.0.0.1:" + server.Port(), Path("run.pcap")});
+    const std::string first = record.ReadLine();
+    {
+        const RawClient client(static_cast<std::uint16_t>(std::stoi(first.substr(first.rfind(':') + 1))));
+        for (int i = 0; i < 200; ++i) ASSERT_TRUE(client.Ask("help").starts_with("commands: ")) << i;
+    }
+    record.Signal(SIGTERM);
+    const auto end = record.Wait();
+    EXPECT_EQ(end.exitCode, 2);
+    EXPECT_TRUE(IsOneLine(end.err)) << end.err;
+    EXPECT_EQ(end.err, "vrx record: " + Path("run.pcap") +
+                           ": the recording ends here: File too large; what goes over the wire goes on\n");
+    const auto all = Exchanges(Path("run.pcap"));
+    EXPECT_GT(all.size(), 5U);
+    for (const Exchange& each : all) EXPECT_TRUE(each.whole);
+}
+
+TEST_F(Record, PassesARefusalOnAsAReset) {
+    RecordProcess record(Place(RefusedPort()), Path("run.pcap"));
+    {
+        const RawClient client(static_cast<std::uint16_t>(std::stoi(record.Port())));
+        EXPECT_EQ(client.ReceiveRest(), "<reset>");
+    }
+    const auto end = record.Stop();
+    EXPECT_EQ(end.exitCode, 0);
+    EXPECT_TRUE(IsOneLine(end.err)) << end.err;
+    EXPECT_NE(end.err.find("cannot be reached: Connection refused"), std::string::npos) << end.err;
+    const auto all = Exchanges(Path("run.pcap"));
+    ASSERT_EQ(all.size(), 1U);
+    EXPECT_EQ(all[0].kind, Exchange::kNothing);
+    EXPECT_EQ(all[0].end, ServerEnd::kResets);
+}
+
+TEST_F(Record, EndsOnSignalsAndAfterTheTimeAskedFor) {
+    for (const int signal : {SIGINT, SIGTERM}) {
+        RecordProcess record(Place(RefusedPort()), Path("run.pcap"), {"--force"});
+        EXPECT_EQ(record.Stop(signal).exitCode, 0);
+    }
+    EXPECT_EQ(Vrx({"record", "--to", Place(RefusedPort()), Path("run.pcap"), "--force", "--seconds", "0.1"})
+                  .exitCode,
+              0);
+}
+
+TEST_F(Record, SaysWhatIsWrongOnOneLine) {
+    struct Case {
+        std::vector<std::string> arguments;
+        int exitCode;
+        const char* line;
+    };
+    const std::string file = Path("run.pcap");
+    Write("taken.pcap", "x");
+    const Case cases[] = {
+        {{"--to", "127.0.0.1", file},
+         1,
+         "vrx record: --to 127.0.0.1 is not HOST:PORT, such as 127.0.0.1:7000\n"},
+        {{"--to", ":7000", file}, 1, "vrx record: --to :7000 is not HOST:PORT, such as 127.0.0.1:7000\n"},
+        {{"--to", "h:70000", file}, 1, "vrx record: --to h:70000 is not HOST:PORT, such as 127.0.0.1:7000\n"},
+        {{"--to", "127.0.0.1:1", "/nowhere/x.pcap"},
+         2,
+         "vrx record: /nowhere/x.pcap: cannot be created: No such file or directory\n"},
+    };
+    for (const Case& c : cases) {
+        std::vector<std::string> command{"record"};
+        command.insert(command.end(), c.arguments.begin(), c.arguments.end());
+        const auto end = Vrx(command);
+        EXPECT_EQ(end.exitCode, c.exitCode);
+        EXPECT_EQ(end.err, c.line);
+        EXPECT_EQ(end.out, "");
+    }
+    EXPECT_EQ(Vrx({"record", "--to", "127.0.0.1:1", Path("taken.pcap")}).exitCode, 2);
+    const auto noHost = Vrx({"record", "--to", "no.such.host.invalid:7000", file});
+    EXPECT_EQ(noHost.exitCode, 3);
+    EXPECT_TRUE(IsOneLine(noHost.err)) << noHost.err;
+    EXPECT_FALSE(std::filesystem::exists(file)) << "nothing is left behind";
+}

@@ -1,0 +1,9 @@
+#include "tools/commands/Commands.h"
+
+namespace vrx::tool {
+
+void AddCaptureCommands(CLI::App& app, int& exitCode) {
+    AddRecord(app, exitCode);
+}
+
+} // namespace vrx::tool

@@ -1,0 +1,7 @@
+#include "tools/commands/Commands.h"
+
+namespace vrx::tool {
+
+void AddCaptureCommands(CLI::App&, int&) {}
+
+} // namespace vrx::tool
