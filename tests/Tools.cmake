@@ -105,12 +105,16 @@ if(TARGET vrx_capture)
     support/RawClient.cpp
     support/ScriptedServer.cpp
     support/Subprocess.cpp
+    tools/capture/Alignment_test.cpp
     tools/capture/CaptureReader_test.cpp
     tools/capture/CaptureWriter_test.cpp
     tools/capture/ExchangeAssembler_test.cpp
+    tools/capture/ExchangeComparer_test.cpp
     tools/capture/FrameTracker_test.cpp
     tools/capture/SampleMute_test.cpp
-    tools/commands/Record_test.cpp)
+    tools/commands/Diff_test.cpp
+    tools/commands/Record_test.cpp
+    tools/commands/Replay_test.cpp)
   target_compile_definitions(capture_tests PRIVATE VRX_PROGRAM="$<TARGET_FILE:vrx>")
   target_link_libraries(capture_tests PRIVATE vrx_capture vrx_pcap vrx_build_options GTest::gtest_main)
   add_dependencies(capture_tests vrx VRX_talker_norvo)

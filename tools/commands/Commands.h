@@ -17,5 +17,7 @@ void AddServe(CLI::App& app, int& exitCode);
 /// The commands that need the capture libraries; none where this program was built without them.
 void AddCaptureCommands(CLI::App& app, int& exitCode);
 void AddRecord(CLI::App& app, int& exitCode);
+void AddReplay(CLI::App& app, int& exitCode);
+void AddDiff(CLI::App& app, int& exitCode);
 
 } // namespace vrx::tool
