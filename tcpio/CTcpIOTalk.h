@@ -60,8 +60,20 @@ public:
     /// The same, but null when there is none.
     static void* operator new(size_t size, const std::nothrow_t&) noexcept;
 
+#ifdef __cpp_aligned_new
+    /// The same two for an alignment of up to a page, at which the storage begins anyway.
+    static void* operator new(size_t size, std::align_val_t) {
+        return operator new(size);
+    }
+    static void* operator new(size_t size, std::align_val_t, const std::nothrow_t& tag) noexcept {
+        return operator new(size, tag);
+    }
+#endif
+
     /// Constructs in storage of the caller's own.
-    static void* operator new(size_t, void* where) noexcept { return where; }
+    static void* operator new(size_t, void* where) noexcept {
+        return where;
+    }
 
     /// Gives the storage back to the system; null is left alone.
     static void operator delete(void* storage, size_t size) noexcept;

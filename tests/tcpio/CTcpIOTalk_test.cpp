@@ -116,7 +116,9 @@ TEST(CTcpIOTalk, IsMadeByEveryFormOfNew) {
         EXPECT_TRUE(IsFresh(talk));
         EXPECT_EQ(talk->SendString(-1, ""), 0);
     };
-    for (CTcpIOTalk* single : {new CTcpIOTalk, new (std::nothrow) CTcpIOTalk}) {
+    constexpr std::align_val_t kPage{4096};
+    for (CTcpIOTalk* single : {new CTcpIOTalk, new (std::nothrow) CTcpIOTalk, new (kPage) CTcpIOTalk,
+                               new (kPage, std::nothrow) CTcpIOTalk}) {
         expectFresh(single);
         delete single;
     }
