@@ -98,7 +98,8 @@ char* PutText(char* out, const char* end, const char* text) {
     if (text == nullptr) text = "(null)"; // as the C library has it
     const size_t size = std::strlen(text);
     if (size > static_cast<size_t>(end - out)) return nullptr;
-    return static_cast<char*>(std::memcpy(out, text, size)) + size;
+    std::memcpy(out, text, size);
+    return out + size;
 }
 
 template <class Number>
