@@ -23,7 +23,6 @@ namespace vrx::tool {
 
 namespace {
 
-constexpr char kWho[] = "vrx pump";
 constexpr std::size_t kMostBlock = std::size_t{1} << 20;
 constexpr std::uint64_t kMostTail = std::uint64_t{1} << 40;
 
