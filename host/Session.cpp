@@ -114,7 +114,8 @@ int Session::Prepare(Replies replies) {
 
 bool Session::Configure() {
     const bool whole = m_prepared == Replies::kWhole;
-    const std::string args = whole ? m_server.ArgsWithPort(m_server.port - kWholeReplyPort) : m_server.args;
+    const std::string args =
+        whole ? m_server.ArgsWithPort(m_server.ConnectPort() - kWholeReplyPort) : m_server.args;
     const int result = Timed("the connect command", [&] {
         return m_talker->Configure(args.c_str()) ? 0 : CVRXTalker::kNoConnection;
     });

@@ -1,4 +1,7 @@
+#include "tools/capture/Recorder.h"
 #include "tools/commands/Commands.h"
+#include "tools/commands/RecordOption.h"
+#include "tools/program/Errors.h"
 
 namespace vrx::tool {
 
@@ -6,6 +9,23 @@ void AddCaptureCommands(CLI::App& app, int& exitCode) {
     AddRecord(app, exitCode);
     AddReplay(app, exitCode);
     AddDiff(app, exitCode);
+}
+
+void AddRecordOption(CLI::App& command, std::string& file) {
+    command.add_option("--record", file, "Leave a capture (pcap) of what is said")->type_name("FILE");
+}
+
+std::shared_ptr<void> StartRecording(const std::string& file, bool overwrite, host::ServerSettings& server) {
+    if (file.empty()) return nullptr;
+    RecorderOptions options;
+    options.host = server.host;
+    options.port = server.port & 0xFFFF; // as the talker reads it
+    options.file = file;
+    options.overwrite = overwrite;
+    options.tell = [](const std::string& text) { PrintError("vrx", text); };
+    const auto recorder = std::make_shared<BackgroundRecorder>(options);
+    server.GoThrough("127.0.0.1", recorder->Port());
+    return recorder;
 }
 
 } // namespace vrx::tool

@@ -1,5 +1,6 @@
 #include "tools/commands/Client.h"
 
+#include "tools/commands/RecordOption.h"
 #include "tools/program/Errors.h"
 #include "tools/program/Interrupt.h"
 
@@ -18,10 +19,11 @@ std::shared_ptr<host::Plugin> LoadPlugin(const std::string& path) {
 
 } // namespace
 
-Client::Client(const ConnectionOptions& options) : Client(ResolveServer(options), options.plugin) {}
+Client::Client(const ConnectionOptions& options) : Client(ResolveServer(options), options) {}
 
-Client::Client(host::ServerSettings server, const std::string& plugin)
-    : m_plugin(LoadPlugin(plugin)),
+Client::Client(host::ServerSettings server, const ConnectionOptions& options)
+    : m_plugin(LoadPlugin(options.plugin)),
+      m_recording(StartRecording(options.record, options.overwriteRecord, server)),
       m_session(std::move(server), {[this] { return m_plugin->CreateTalker(); },
                                     [this] { return m_output.TakeLines(); }, Interrupted}) {}
 

@@ -36,10 +36,11 @@ public:
     const CapturedOutput& Output() const { return m_output; }
 
 private:
-    Client(host::ServerSettings server, const std::string& plugin);
+    Client(host::ServerSettings server, const ConnectionOptions& options);
     [[noreturn]] void FailToConnect() const;
 
     std::shared_ptr<host::Plugin> m_plugin;
+    std::shared_ptr<void> m_recording; // null: there is none; outlives the talker
     CapturedOutput m_output;
     host::Session m_session;
 };

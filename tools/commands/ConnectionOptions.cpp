@@ -1,6 +1,7 @@
 #include "tools/commands/ConnectionOptions.h"
 
 #include "base/StringMap.h"
+#include "tools/commands/RecordOption.h"
 #include "tools/commands/Subcommand.h"
 #include "tools/program/Errors.h"
 
@@ -86,6 +87,7 @@ void AddConnectionOptions(CLI::App& command, ConnectionOptions& options) {
     const CLI::Option* whole =
         Add(command, "--args", options.args, "LIST", "These six as one \"server=...,servport=...,...\"");
     AddPlugin(command, options);
+    AddRecordOption(command, options.record);
     command.parse_complete_callback([single, whole] {
         for (const CLI::Option* option : single)
             if (whole->count() > 0 && option->count() > 0)

@@ -17,9 +17,11 @@ struct ConnectionOptions {
     std::string output = "Out";
     std::string layout = "Main";
     std::string plugin; ///< "": searched for
+    std::string record; ///< a capture file to leave of what is said; "": none
+    bool overwriteRecord = false;
 };
 
-/// Adds --server, --servport, --clport, --input, --output, --layout, --args and --plugin.
+/// Adds --server, --servport, --clport, --input, --output, --layout, --args, --plugin and --record.
 void AddConnectionOptions(CLI::App& command, ConnectionOptions& options);
 
 /// Adds --clport, --input, --output, --layout and --plugin, for commands that take the server otherwise.

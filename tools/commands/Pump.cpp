@@ -233,7 +233,9 @@ int RunPump(const PumpOptions& options) {
     (void)std::signal(SIGPIPE, SIG_IGN); // a closed standard output is an error like any other
     (void)ResolveServer(options.server); // wrong usage comes before a missing file
     Stream stream = OpenInput(options);
-    Client client(options.server);
+    ConnectionOptions connection = options.server;
+    connection.overwriteRecord = options.force;
+    Client client(connection);
     AskServer(client, options, stream);
     AudioWriter writer = Streams(options.out) ? AudioWriter(client.Output().Real(), stream.format)
                                               : AudioWriter(options.out, stream.format, options.force);

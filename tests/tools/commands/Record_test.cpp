@@ -204,6 +204,66 @@ TEST_F(Record, EndsOnSignalsAndAfterTheTimeAskedFor) {
               0);
 }
 
+TEST_F(Record, APumpLeavesARecordingOfItself) {
+    Write("in.wav", Wav16(2, Noise(2000)));
+    const ServeProcess server({"--process", "gain=-3"});
+    const auto pump = [&](std::vector<std::string> more) {
+        std::vector<std::string> command{"pump", Path("in.wav"), Path("out.wav"), "--block",
+                                         "20",   "--servport",   server.Port()};
+        command.insert(command.end(), more.begin(), more.end());
+        return Vrx(command);
+    };
+    EXPECT_EQ(pump({}).exitCode, 0);
+    const std::string direct = Bytes("out.wav");
+    const auto end = pump({"--force", "--record", Path("run.pcap")});
+    EXPECT_EQ(end.exitCode, 0) << end.err;
+    EXPECT_NE(end.out.find("127.0.0.1:" + server.Port()), std::string::npos)
+        << "the server's own name: " << end.out;
+    EXPECT_EQ(Bytes("out.wav"), direct);
+    EXPECT_EQ(Exchanges(Path("run.pcap")).size(), 52U) << "connect, pins, 50 blocks";
+    EXPECT_EQ(pump({"--record", Path("run.pcap")}).exitCode, 2) << "it exists already";
+
+    // Whole replies go through the recorder as well, and a run that fails leaves its recording too.
+    EXPECT_EQ(pump({"--force", "--replies", "whole", "--record", Path("run.pcap")}).exitCode, 0);
+    EXPECT_EQ(Bytes("out.wav"), direct);
+    const ServeProcess broken({"--faults", "reset"});
+    const auto failed = Vrx({"pump", Path("in.wav"), Path("no.wav"), "--retries", "0", "--servport",
+                             broken.Port(), "--record", Path("failed.pcap")});
+    EXPECT_EQ(failed.exitCode, 4);
+    const auto all = Exchanges(Path("failed.pcap"));
+    ASSERT_GE(all.size(), 3U);
+    EXPECT_EQ(all[2].end, ServerEnd::kResets);
+}
+
+TEST_F(Record, TcpdumpSeesTheSame) {
+    if (RunProgram({"sh", "-c", "command -v tcpdump"}).exitCode != 0)
+        GTEST_SKIP() << "tcpdump is not installed: script/setup ci";
+    const ServeProcess server({"--process", "gain=-3"});
+    Subprocess tcpdump({"sh", "-c", "exec tcpdump -i lo -U --immediate-mode -w \"$1\" tcp port \"$2\" 2>&1",
+                        "sh", Path("other.pcap"), server.Port()});
+    const std::string first = tcpdump.ReadLine();
+    if (first.find("listening on lo") == std::string::npos)
+        GTEST_SKIP() << "capturing is not allowed here: " << first;
+    RecordProcess record("127.0.0.1:" + server.Port(), Path("run.pcap"));
+    {
+        const RawClient client(static_cast<std::uint16_t>(std::stoi(record.Port())));
+        client.Ask("connect,127.0.0.1,0");
+        for (unsigned i = 0; i < 50; ++i) {
+            client.Send(BlockRequest(std::vector<std::uint32_t>(2000, i)));
+            ASSERT_EQ(client.Receive(8028).size(), 8028U);
+        }
+    }
+    EXPECT_EQ(record.Stop().exitCode, 0);
+    // The packets are in the file once the last one is.
+    for (int i = 0; i < 200 && Exchanges(Path("other.pcap")).size() < 51; ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    tcpdump.Signal(SIGTERM);
+    (void)tcpdump.Wait();
+    const auto diff = Vrx({"diff", Path("run.pcap"), Path("other.pcap")});
+    EXPECT_EQ(diff.exitCode, 0) << diff.err;
+    EXPECT_EQ(Exchanges(Path("run.pcap")).size(), 51U);
+}
+
 TEST_F(Record, SaysWhatIsWrongOnOneLine) {
     struct Case {
         std::vector<std::string> arguments;
