@@ -43,6 +43,7 @@ class ChildProcess {
 public:
     explicit ChildProcess(const std::function<void()>& run);
     ~ChildProcess();
+    pid_t Pid() const { return m_pid; }
     ChildProcess(const ChildProcess&) = delete;
     ChildProcess& operator=(const ChildProcess&) = delete;
 
