@@ -54,7 +54,7 @@ void WriteAndRead(FuzzInput& input) {
     {
         CaptureWriter writer(memory.Path(), true);
         std::int64_t time = 0;
-        for (const std::uint64_t connection : {0, 1})
+        for (const std::uint64_t connection : {0U, 1U})
             writer.Open(connection, {"127.0.0.1", static_cast<std::uint16_t>(40000 + connection)},
                         {"127.0.0.1", 7000}, ++time);
         std::array<std::array<bool, 2>, 2> ended = {};
