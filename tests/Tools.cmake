@@ -45,6 +45,30 @@ target_link_libraries(tool_tests PRIVATE vrx_commands vrx_build_options GTest::g
 add_dependencies(tool_tests compare_gain minimal_host vrx)
 vrx_discover_tests(tool_tests)
 
+# The checks, against a talker and a server of another make, which are right unless they are told otherwise.
+add_library(other_plugin MODULE checks/wrong/plugin.cpp)
+add_executable(other_server checks/wrong/server.cpp)
+foreach(other other_plugin other_server)
+  target_include_directories(${other} PRIVATE ${PROJECT_SOURCE_DIR})
+  target_link_libraries(${other} PRIVATE vrx_build_options Threads::Threads)
+endforeach()
+add_executable(check_tests
+  support/ScriptedServer.cpp
+  support/Subprocess.cpp
+  tools/checks/PluginChecks_test.cpp
+  tools/checks/ServerChecks_test.cpp
+  tools/commands/Check_test.cpp
+)
+target_include_directories(check_tests PRIVATE ${PROJECT_SOURCE_DIR})
+target_compile_definitions(check_tests PRIVATE
+  VRX_OTHER_PLUGIN="$<TARGET_FILE:other_plugin>"
+  VRX_OTHER_SERVER="$<TARGET_FILE:other_server>"
+  VRX_PLUGIN="${PROJECT_BINARY_DIR}/VRX_talker_norvo.so"
+  VRX_PROGRAM="$<TARGET_FILE:vrx>")
+target_link_libraries(check_tests PRIVATE vrx_checks vrx_build_options GTest::gtest_main)
+add_dependencies(check_tests other_plugin other_server vrx)
+vrx_discover_tests(check_tests)
+
 # Blocks of more than one segment over a link that cuts them, where the machine allows one.
 add_test(NAME whole_replies COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/tools/commands/WholeReplies_test.sh
   $<TARGET_FILE:vrx> $<TARGET_FILE:VRX_talker_norvo>)

@@ -18,6 +18,7 @@ int Run(int argc, char** argv) {
     AddPins(app, exitCode);
     AddSend(app, exitCode);
     AddDoctor(app, exitCode);
+    AddCheck(app, exitCode);
     AddSweep(app, exitCode);
     AddCompare(app, exitCode);
     AddServe(app, exitCode);

@@ -30,20 +30,33 @@ complete_line() {
     echo "${COMPREPLY[@]}"
 }
 
-commands=$(vrx --help | sed -n '/^Subcommands:/,/^$/s/^  \([a-z]\+\).*/\1/p' | xargs)
-[[ -n $commands ]] || { echo "vrx --help names no commands"; exit 1; }
-expect_same "the man page's commands" "$commands" "$(sed -n '/^\.SH COMMANDS/,/^\.SH EXIT/s/^\.SS //p' <<<"$page" | xargs)"
-expect_same "completion of vrx" "--help --version $commands" "$(complete_line "")"
+# The commands that the help of "vrx [COMMAND...]" lists.
+commands_of_help() { vrx "$@" --help | sed -n '/^Subcommands:/,/^$/s/^  \([a-z0-9]\+\).*/\1/p'; }
+
+names=$(commands_of_help | xargs)
+[[ -n $names ]] || { echo "vrx --help names no commands"; exit 1; }
+expect_same "completion of vrx" "--help --version $names" "$(complete_line "")"
 expect_same "completion of a command's beginning" "serve" "$(complete_line serv)"
 
-for command in $commands; do
-    options=$(options_of_help vrx "$command" | xargs)
+# Those with commands of their own are described by them: "check plugin".
+commands=()
+for name in $names; do
+    nested=$(commands_of_help "$name" | xargs)
+    [[ -n $nested ]] || commands+=("$name")
+    for second in $nested; do commands+=("$name $second"); done
+    [[ -z $nested ]] || expect_same "completion of vrx $name" "--help $nested" "$(complete_line "$name" "")"
+done
+expect_same "the man page's commands" "${commands[*]}" "$(sed -n '/^\.SH COMMANDS/,/^\.SH EXIT/s/^\.SS //p' <<<"$page" | xargs)"
+
+for command in "${commands[@]}"; do
+    read -ra line <<<"$command"
+    options=$(options_of_help vrx "${line[@]}" | xargs)
     [[ -n $options ]] || { echo "vrx $command --help names no options"; exit 1; }
     described=$(section "$command" | options_in | xargs)
     if [[ " $options " == *" --servport "* ]]; then
         described+=" $(section "SERVER OPTIONS" | options_in | xargs)"
     fi
     expect_same "the man page on vrx $command" "$options" "$described"
-    expect_same "completion of vrx $command --" "--help $options" "$(complete_line "$command" --)"
+    expect_same "completion of vrx $command --" "--help $options" "$(complete_line "${line[@]}" --)"
 done
 exit $((failures > 0))

@@ -12,6 +12,7 @@ void AddSend(CLI::App& app, int& exitCode);
 void AddSweep(CLI::App& app, int& exitCode);
 void AddCompare(CLI::App& app, int& exitCode);
 void AddDoctor(CLI::App& app, int& exitCode);
+void AddCheck(CLI::App& app, int& exitCode);
 void AddServe(CLI::App& app, int& exitCode);
 
 /// The commands that need the capture libraries; none where this program was built without them.

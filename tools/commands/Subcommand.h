@@ -25,6 +25,12 @@ inline CLI::Validator IsPort() {
     return InRange(1, 65535);
 }
 
+/// "vrx check plugin" for that subcommand of a subcommand.
+inline std::string FullName(const CLI::App& command) {
+    const CLI::App* parent = command.get_parent();
+    return parent == nullptr ? command.get_name() : FullName(*parent) + " " + command.get_name();
+}
+
 /// One subcommand while it is declared: its options, and what runs when the command line selects it. The options live as
 /// long as `app`; this object may go as soon as they are declared.
 template <class Options>
@@ -37,7 +43,7 @@ public:
                int (*run)(const Options&), const char* footer)
         : m_options(std::make_shared<Options>()), m_command(app.add_subcommand(name, summary)) {
         m_command->footer(footer);
-        m_command->callback([options = m_options, run, who = "vrx " + name, &exitCode] {
+        m_command->callback([options = m_options, run, who = FullName(*m_command), &exitCode] {
             exitCode = RunCommand(who.c_str(), [&] { return run(*options); });
         });
     }

@@ -7,9 +7,10 @@
 
 namespace vrx::tool {
 
-std::string SamplesRequest(const ObjectNames& names, std::span<const std::uint32_t> words,
-                           std::uint32_t replyWords) {
-    std::string path = host::SamplesPath(names.layout, names.input, names.output);
+namespace {
+
+/// The words before the data words, these, and the path with its end and padding.
+std::string ObjectRequest(std::string path, std::span<const std::uint32_t> words, std::uint32_t replyWords) {
     path.resize(host::PaddedText(path.size()));
     const std::size_t length = host::kRequestHeaderBytes + words.size_bytes() + path.size();
     const std::uint32_t head[] = {host::kPacketTag, static_cast<std::uint32_t>(length),
@@ -22,8 +23,22 @@ std::string SamplesRequest(const ObjectNames& names, std::span<const std::uint32
     return packet + path;
 }
 
+} // namespace
+
+std::string SamplesRequest(const ObjectNames& names, std::span<const std::uint32_t> words,
+                           std::uint32_t replyWords) {
+    return ObjectRequest(host::SamplesPath(names.layout, names.input, names.output), words, replyWords);
+}
+
 std::string SilentRequest(const ObjectNames& names, std::size_t words) {
     return SamplesRequest(names, std::vector<std::uint32_t>(words), static_cast<std::uint32_t>(words));
+}
+
+std::string PinRequest(const ObjectNames& names) {
+    constexpr std::uint32_t kNothing[4] = {};
+    return ObjectRequest("-1," + names.input + std::string(host::kInfoMember) + "," + names.output +
+                             std::string(host::kInfoMember),
+                         kNothing, 2);
 }
 
 } // namespace vrx::tool

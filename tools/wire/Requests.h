@@ -22,4 +22,8 @@ std::string SamplesRequest(const ObjectNames& names, std::span<const std::uint32
 /// The one for `words` words of silence and as many back.
 std::string SilentRequest(const ObjectNames& names, std::size_t words);
 
+/// The packet that asks for the info words of both pins, byte for byte as the talker makes it; the layout is not
+/// part of it.
+std::string PinRequest(const ObjectNames& names);
+
 } // namespace vrx::tool

@@ -1,0 +1,315 @@
+#include "tools/checks/PluginBench.h"
+#include "tools/checks/PluginChecks.h"
+#include "tools/checks/ProcessState.h"
+
+#include "host/Packet.h"
+
+#include <atomic>
+#include <chrono>
+#include <cstring>
+#include <thread>
+
+namespace vrx::tool {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using std::chrono::milliseconds;
+
+/// Runs `work` in so many threads at a time and waits for all; it is given the thread's number.
+template <class Work>
+void InThreads(int count, const Work& work) {
+    std::vector<std::thread> threads;
+    for (int i = 0; i < count; ++i) threads.emplace_back([&work, i] { work(i); });
+    for (std::thread& thread : threads) thread.join();
+}
+
+/// Talkers that connect, pump, ask and are deleted, in several threads, since deleting one may take a moment.
+void Live(PluginBench& bench, const StubServer& server, int threads, int lifetimes) {
+    const std::string line = ArgumentLine(server.Port());
+    InThreads(threads, [&](int) {
+        Words words(64);
+        for (int i = 0; i < lifetimes; ++i) {
+            const std::unique_ptr<CVRXTalker> talker = bench.MakeBare();
+            (void)talker->Configure(line.c_str());
+            for (int block = 0; block < 3; ++block)
+                (void)talker->PumpAudio(words.data(), words.data(), 64, 64);
+            PinSix pins;
+            (void)talker->PinProps(pins[0], pins[1], pins[2], pins[3], pins[4], pins[5]);
+            std::string reply;
+            (void)talker->SendMessage("status", reply);
+        }
+    });
+}
+
+template <class Count>
+bool SettlesAt(const Count& count, std::size_t most) {
+    const auto end = Clock::now() + milliseconds(3000);
+    while (count() > most && Clock::now() < end) std::this_thread::sleep_for(milliseconds(10));
+    return count() <= most;
+}
+
+void Lifetimes(Trial& trial) {
+    constexpr int kThreads = 20;
+    constexpr int kEach = 45;
+    constexpr std::size_t kMostGrowth = 4000; // bytes for each talker
+    PluginBench bench(trial);
+    StubServer server;
+    trial.Doing("a hundred talkers come and go");
+    Live(bench, server, kThreads, 5);
+    server.Forget();
+    const std::size_t descriptors = OpenDescriptors().size();
+    const std::size_t threads = Threads();
+    const std::size_t memory = ResidentBytes();
+    trial.Doing("nine hundred talkers come and go");
+    for (int round = 0; round < 3; ++round) {
+        Live(bench, server, kThreads, kEach / 3);
+        server.Forget();
+    }
+    (void)server.WaitForOpen(0);
+    Expect(SettlesAt([] { return OpenDescriptors().size(); }, descriptors),
+           "a thousand talkers leave no descriptor behind",
+           std::to_string(OpenDescriptors().size() - descriptors) + " more after 900 of them",
+           "a host that runs for days can open no more files");
+    Expect(SettlesAt([] { return Threads(); }, threads), "a thousand talkers leave no thread behind",
+           std::to_string(Threads() - threads) + " more after 900 of them", "a host runs out of threads");
+    if (!MemoryIsMeasurable()) return;
+    const std::size_t grown = ResidentBytes() - std::min(memory, ResidentBytes());
+    Expect(grown < kMostGrowth * kThreads * kEach, "a thousand talkers leave no memory behind",
+           "each of 900 left " + std::to_string(grown / (kThreads * kEach)) + " bytes",
+           "a host that runs for days runs out of memory");
+}
+
+void LongLife(Trial& trial) {
+    constexpr int kBlocks = 20000;
+    constexpr std::size_t kMostGrowth = 32; // bytes for each exchange
+    PluginBench bench(trial);
+    StubServer server;
+    server.Always([](const StubServer::Request& request) {
+        return request.bytes.ends_with('\n') ? Answer::Bytes("ok\n")
+                                             : Answer::Bytes(ReplyPacket(0, 0x100, 0x100, Words(64)));
+    });
+    CheckedTalker talker = bench.Connected(server);
+    Words words(64);
+    const auto run = [&](int blocks) {
+        for (int i = 0; i < blocks; ++i) {
+            (void)talker.Pump(words.data(), words.data(), 64, 64);
+            if (i % 500 == 0) server.Forget();
+        }
+    };
+    run(kBlocks / 10);
+    const std::size_t descriptors = OpenDescriptors().size();
+    const std::size_t memory = ResidentBytes();
+    run(kBlocks);
+    ExpectSame("connections for 22,000 blocks:", 1, server.Connections(),
+               "servers keep a client's state by its connection");
+    ExpectSame("descriptors after 20,000 blocks:", descriptors, OpenDescriptors().size(),
+               "a host that runs for days can open no more files");
+    if (!MemoryIsMeasurable()) return;
+    const std::size_t grown = ResidentBytes() - std::min(memory, ResidentBytes());
+    Expect(grown < kMostGrowth * kBlocks, "20,000 blocks leave no memory behind",
+           "each left " + std::to_string(grown / kBlocks) + " bytes",
+           "a host that runs for days runs out of memory");
+}
+
+void ManyConfigures(Trial& trial) {
+    PluginBench bench(trial);
+    StubServer server;
+    CheckedTalker talker = bench.Connected(server);
+    const std::size_t descriptors = OpenDescriptors().size();
+    const std::size_t threads = Threads();
+    for (int i = 0; i < 300; ++i) {
+        ExpectSame("Configure again and again returns", true, talker.Configure(ArgumentLine(server.Port())),
+                   "a host cannot change its talker's settings");
+        server.Forget();
+    }
+    ExpectSame("connections:", 1, server.Connections(), "servers keep a client's state by its connection");
+    ExpectSame("descriptors:", descriptors, OpenDescriptors().size(), "a host can open no more files");
+    ExpectSame("threads:", threads, Threads(), "a host runs out of threads");
+}
+
+/// Nothing of the library may run once it is gone.
+void Unloading(Trial& trial) {
+    for (int i = 0; i < 5; ++i) {
+        PluginBench bench(trial);
+        StubServer server;
+        {
+            CheckedTalker talker = bench.Connected(server);
+            CheckedTalker unused = bench.Make();
+            Words words(8);
+            (void)talker.Pump(words.data(), words.data(), 8, 8);
+        }
+        bench.Unload();
+        trial.Doing("after unloading, with nothing left of the plug-in");
+        std::this_thread::sleep_for(milliseconds(250)); // what is left of it has time to crash
+    }
+}
+
+void QuickDelete(Trial& trial) {
+    constexpr double kQuick = 1;
+    PluginBench bench(trial);
+    StubServer server;
+    CheckedTalker talker = bench.Connected(server);
+    const auto began = Clock::now();
+    talker.Delete();
+    const double took = std::chrono::duration<double>(Clock::now() - began).count();
+    if (took > kQuick)
+        trial.Warn({"deleting a talker takes less than a second",
+                    "it took " + Shown(static_cast<float>(took)) + " s", "a host stands still for so long"});
+}
+
+/// The word that tells a request's sender: its first data word.
+std::uint32_t SenderOf(const std::string& request) {
+    std::uint32_t word = 0;
+    if (request.size() >= 24) std::memcpy(&word, request.data() + host::kRequestHeaderBytes, sizeof word);
+    return word;
+}
+
+constexpr char kOtherText[] = "a text from the other thread";
+
+/// What shows that requests have got into each other; "" for nothing.
+std::string WhyMixed(const StubServer::Request& request) {
+    if (!request.alone) return "two requests at once";
+    const bool text = request.bytes == std::string(kOtherText) + "\n";
+    const bool pins = request.bytes == PinPacket();
+    if (text || pins || request.bytes == PumpPacket(Words(300, SenderOf(request.bytes)), 300)) return "";
+    return "a request of " + Shown(request.bytes);
+}
+
+/// Several threads on one talker: whole requests, one after the other.
+void OneTalkerManyThreads(Trial& trial) {
+    constexpr int kThreads = 4;
+    constexpr int kEach = 60;
+    constexpr int kMostQuiet = 16; // half seconds
+    PluginBench bench(trial);
+    StubServer server;
+    CheckedTalker talker = bench.Connected(server);
+    server.Always([](const StubServer::Request& request) {
+        Answer answer = request.bytes.starts_with(host::kPacketTagBytes)
+                            ? Answer::Bytes(ReplyPacket(0, 0, 0, Words(300, SenderOf(request.bytes))))
+                            : Answer::Bytes("ok\n");
+        answer.listen = milliseconds(2);
+        return answer;
+    });
+    trial.Doing("PumpAudio, PinProps and SendMessage in several threads");
+    std::atomic<int> running = kThreads;
+    std::atomic<bool> stop = false;
+    // What the calls return is not looked at: a reply is read when the next exchange may already have begun.
+    std::thread callers([&] {
+        InThreads(kThreads, [&](int number) {
+            Words in(300, static_cast<std::uint32_t>(number) + 1);
+            Words out(300);
+            for (int i = 0; i < kEach && !stop; ++i) {
+                std::string reply;
+                PinSix pins;
+                if (number == 0)
+                    (void)talker.Bare().SendMessage(kOtherText, reply);
+                else if (number == 1)
+                    (void)talker.Bare().PinProps(pins[0], pins[1], pins[2], pins[3], pins[4], pins[5]);
+                else
+                    (void)talker.Bare().PumpAudio(in.data(), out.data(), 300, 300);
+            }
+            --running;
+        });
+    });
+    std::string wrong;
+    for (int quiet = 0; running > 0;) {
+        const auto request = server.Take(milliseconds(500));
+        quiet = request ? 0 : quiet + 1;
+        if (request && wrong.empty()) wrong = WhyMixed(*request);
+        if (quiet > kMostQuiet && wrong.empty()) wrong = "callers that wait without end";
+        if (wrong.empty()) continue;
+        stop = true;
+        server.Drop(Answer::kClose); // whoever waits has to come back
+    }
+    callers.join();
+    const char* means = "requests of a host's threads mix, and the server understands none of them";
+    Expect(wrong.empty(), "each request is whole, and is sent after the reply to the one before", wrong,
+           means);
+    ExpectSame("connections:", 1, server.Connections(), means);
+}
+
+void ManyTalkers(Trial& trial) {
+    constexpr int kTalkers = 24;
+    constexpr int kBlocks = 60;
+    PluginBench bench(trial);
+    StubServer server;
+    server.Always([](const StubServer::Request& request) {
+        if (!request.bytes.starts_with(host::kPacketTagBytes)) return Answer::Bytes("ok\n");
+        const std::uint32_t sender = SenderOf(request.bytes);
+        return Answer::Bytes(ReplyPacket(sender, sender << 8, sender << 9, Words(64, sender)));
+    });
+    trial.Doing("PumpAudio of many talkers, each in its thread");
+    std::atomic<int> wrong = 0;
+    const std::string line = ArgumentLine(server.Port());
+    InThreads(kTalkers, [&](int number) {
+        const auto mark = static_cast<std::uint32_t>(number) + 1;
+        const std::unique_ptr<CVRXTalker> talker = bench.MakeBare();
+        if (!talker->Configure(line.c_str())) ++wrong;
+        Words in(64, mark);
+        for (int i = 0; i < kBlocks; ++i) {
+            Words out(64);
+            const int status = talker->PumpAudio(in.data(), out.data(), 64, 64);
+            if (status != static_cast<int>(mark) || out != in ||
+                talker->GetAverageCycles() != static_cast<float>(mark) ||
+                talker->GetPumpCycles() != static_cast<float>(2 * mark))
+                ++wrong;
+        }
+    });
+    ExpectSame("blocks of 24 talkers at a time that came back wrong:", 0, wrong.load(),
+               "a host with several tracks hears one in the other");
+}
+
+/// A talker that waits holds up nobody else's.
+void IndependentTalkers(Trial& trial) {
+    constexpr double kMost = 3;
+    PluginBench bench(trial);
+    StubServer mute;
+    StubServer server;
+    CheckedTalker waiting = bench.Connected(mute);
+    CheckedTalker talker = bench.Connected(server);
+    mute.Then({.pieces = {ReplyPacket(0, 0, 0, Words(4))}, .pause = milliseconds(6000)});
+    std::thread other([&] {
+        Words words(4);
+        (void)waiting.Bare().PumpAudio(words.data(), words.data(), 4, 4);
+    });
+    const bool asked = mute.Take().has_value();
+    const auto began = Clock::now();
+    Words words(4);
+    for (int i = 0; i < 10; ++i) (void)talker.Pump(words.data(), words.data(), 4, 4);
+    CheckedTalker fresh = bench.Connected(server);
+    fresh.Delete();
+    const double took = std::chrono::duration<double>(Clock::now() - began).count();
+    mute.Drop(Answer::kClose);
+    other.join();
+    Expect(asked && took < kMost, "while one talker waits for its server, another one's blocks pass",
+           "they took " + Shown(static_cast<float>(took)) + " s",
+           "one slow server stops all tracks of a host");
+}
+
+constexpr Check kChecks[] = {
+    {"lifetimes", CheckTarget::kPlugin, 6, "A thousand talkers leave no descriptors, threads or memory.",
+     "connects", 90, Lifetimes},
+    {"long-life", CheckTarget::kPlugin, 6, "Twenty thousand blocks leave no descriptors or memory.",
+     "connects", 90, LongLife},
+    {"many-configures", CheckTarget::kPlugin, 6, "Three hundred Configures of one talker leave nothing.",
+     "connects", 60, ManyConfigures},
+    {"unloading", CheckTarget::kPlugin, 6, "After the last talker the library can be unloaded.", "connects",
+     30, Unloading},
+    {"quick-delete", CheckTarget::kPlugin, 6, "Deleting a talker takes less than a second (warns).",
+     "connects", 30, QuickDelete},
+    {"one-talker-many-threads", CheckTarget::kPlugin, 7, "Requests of several threads never mix on the wire.",
+     "connects", 60, OneTalkerManyThreads},
+    {"many-talkers", CheckTarget::kPlugin, 7, "Talkers in threads of their own do not disturb each other.",
+     "connects", 60, ManyTalkers},
+    {"independent-talkers", CheckTarget::kPlugin, 7, "A talker that waits holds up no other.", "connects", 30,
+     IndependentTalkers},
+};
+
+} // namespace
+
+std::span<const Check> PluginEnduranceChecks() {
+    return kChecks;
+}
+
+} // namespace vrx::tool

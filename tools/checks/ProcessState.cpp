@@ -1,0 +1,73 @@
+#include "tools/checks/ProcessState.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <dirent.h>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <unistd.h>
+
+namespace vrx::tool {
+
+namespace {
+
+std::string NameOf(int descriptor) {
+    std::error_code failed;
+    const auto target = std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(descriptor), failed);
+    return failed ? std::string() : target.string();
+}
+
+std::size_t Entries(const char* folder) {
+    const auto close = [](DIR* list) { ::closedir(list); };
+    const std::unique_ptr<DIR, decltype(close)> list(::opendir(folder), close);
+    std::size_t count = 0;
+    while (list && ::readdir(list.get()) != nullptr) ++count;
+    return count > 2 ? count - 2 : 0;
+}
+
+} // namespace
+
+std::vector<std::string> OpenDescriptors() {
+    constexpr int kMost = 4096;
+    std::vector<std::string> open;
+    for (int descriptor = 0; descriptor < kMost; ++descriptor) {
+        const std::string name = NameOf(descriptor);
+        if (!name.empty()) open.push_back(std::to_string(descriptor) + " " + name);
+    }
+    return open;
+}
+
+std::vector<std::string> OpenSockets() {
+    std::vector<std::string> open = OpenDescriptors();
+    std::erase_if(open, [](const std::string& entry) { return entry.find(" socket:") == entry.npos; });
+    return open;
+}
+
+std::size_t Threads() {
+    return Entries("/proc/self/task");
+}
+
+std::size_t ResidentBytes() {
+    std::ifstream file("/proc/self/statm");
+    std::size_t total = 0;
+    std::size_t resident = 0;
+    file >> total >> resident;
+    return resident * static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
+}
+
+bool MemoryIsMeasurable() {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    return false;
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+    return false;
+#else
+    return true;
+#endif
+#else
+    return true;
+#endif
+}
+
+} // namespace vrx::tool

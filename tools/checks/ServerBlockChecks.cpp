@@ -1,0 +1,167 @@
+#include "tools/checks/ServerBench.h"
+#include "tools/checks/ServerChecks.h"
+
+#include "host/Packet.h"
+
+#include <algorithm>
+#include <bit>
+#include <cmath>
+
+namespace vrx::tool {
+
+namespace {
+
+using std::chrono::milliseconds;
+
+constexpr milliseconds kQuiet{50};
+constexpr std::size_t kSegmentWords = (host::kSegmentBytes - host::kReplyHeaderBytes) / 4;
+
+void TakesBlocks(Trial& trial) {
+    (void)FindBlock(trial);
+}
+
+void BlockReply(Trial& trial) {
+    const BlockShape shape = FindBlock(trial);
+    ServerClient client(trial);
+    ExpectBlock("for a block of " + std::to_string(shape.words) + " words",
+                client.Ask(BlockRequest(trial.Target(), shape.words, shape.words)), shape.words);
+}
+
+void OneReply(Trial& trial) {
+    constexpr int kBlocks = 20;
+    const BlockShape shape = FindBlock(trial);
+    ServerClient client(trial);
+    for (int i = 1; i <= kBlocks; ++i) {
+        const std::string when = "for block " + std::to_string(i);
+        ExpectBlock(when, client.Ask(BlockRequest(trial.Target(), shape.words, shape.words)), shape.words);
+        if (client.Quiet(kQuiet)) continue;
+        const ServerReply more = client.Receive(milliseconds(500));
+        throw Mismatch{
+            {when + ", one reply comes and nothing after it", "after it came " + more.Shown(),
+             "a talker takes it for the next block's reply, and every later block is late by one"}};
+    }
+}
+
+/// More words in than out, or the other way round: answered as asked, or refused.
+void Counts(Trial& trial) {
+    const std::size_t words = FindBlock(trial).words;
+    ServerClient client(trial);
+    const std::pair<std::size_t, std::size_t> kCounts[] = {
+        {words, 0},         {0, words},         {0, 0},        {words, words / 2},
+        {words, 2 * words}, {words / 2, words}, {words, words}};
+    for (const auto& [in, out] : kCounts) {
+        const std::string when =
+            "for a block of " + std::to_string(in) + " words in and " + std::to_string(out) + " out";
+        ExpectBlock(when, client.Ask(BlockRequest(trial.Target(), in, out)), out, true);
+        Expect(client.Quiet(kQuiet), when + ", one reply comes and nothing after it", "more bytes came",
+               "a talker takes them for the next block's reply");
+    }
+    ExpectServed(client, trial.Target(), words, "after blocks of other sizes");
+}
+
+/// A size whose reply fits one segment.
+std::size_t SmallBlock(Trial& trial) {
+    const BlockShape shape = FindBlock(trial);
+    if (shape.words <= kSegmentWords) return shape.words;
+    const std::size_t words = kSegmentWords / shape.channels * shape.channels;
+    ServerClient client(trial);
+    if (!client.Ask(BlockRequest(trial.Target(), words, words)).Accepted())
+        throw Untried{"the server takes no block whose reply fits one segment"};
+    return words;
+}
+
+void OnePiece(Trial& trial) {
+    constexpr int kBlocks = 100;
+    const std::size_t words = SmallBlock(trial);
+    ServerClient client(trial);
+    for (int i = 1; i <= kBlocks; ++i) {
+        const ServerReply reply = client.Ask(BlockRequest(trial.Target(), words, words));
+        Expect(reply.pieces <= 1,
+               "a reply of " + std::to_string(reply.bytes.size()) + " bytes comes in one piece",
+               "reply " + std::to_string(i) + " came in " + std::to_string(reply.pieces) + " pieces",
+               "a talker takes what one receive delivers and loses the rest: send each reply with one call");
+    }
+}
+
+void PinsInOnePiece(Trial& trial) {
+    constexpr int kTimes = 50;
+    ServerClient client(trial);
+    for (int i = 1; i <= kTimes; ++i) {
+        const ServerReply reply = client.Ask(ServerPinRequest(trial.Target()));
+        if (reply.kind != ServerReply::kPacket) throw Untried{"the server does not describe these pins"};
+        Expect(reply.pieces <= 1, "the pins' reply comes in one piece",
+               "reply " + std::to_string(i) + " came in " + std::to_string(reply.pieces) + " pieces",
+               "a talker takes what one receive delivers and loses the rest: send each reply with one call");
+    }
+}
+
+void FiniteFloats(Trial& trial) {
+    constexpr int kBlocks = 30;
+    const BlockShape shape = FindBlock(trial);
+    if (shape.pinsKnown && !shape.floats) throw Untried{"the pins do not say that samples are floats"};
+    ServerClient client(trial);
+    for (int block = 0; block < kBlocks; ++block) {
+        std::vector<std::uint32_t> in(shape.words);
+        for (std::uint32_t& word : in)
+            word = std::bit_cast<std::uint32_t>(static_cast<float>(trial.Below(20001)) / 10000.0F - 1.0F);
+        if (block % 5 == 0) std::ranges::fill(in, 0);
+        const ServerReply reply = client.Ask(
+            SamplesRequest(ServerNames(trial.Target()), in, static_cast<std::uint32_t>(shape.words)));
+        for (std::size_t i = 0; i < reply.DataWords(); ++i) {
+            const std::uint32_t word = reply.Word(host::kReplyHeaderBytes + 4 * i);
+            const Observation what{"samples between -1 and 1 give samples that are finite numbers",
+                                   "sample " + std::to_string(i) + " of block " + std::to_string(block + 1) +
+                                       " is " + Hex(word),
+                                   "hosts play noise at full level, or fall silent for good"};
+            if (std::isfinite(std::bit_cast<float>(word))) continue;
+            if (shape.floats) throw Mismatch{what};
+            trial.Warn(what); // nobody said that these are floats
+        }
+    }
+}
+
+/// 40 ms is what the system waits for more when replies go out in parts without TCP_NODELAY.
+void NoStalls(Trial& trial) {
+    constexpr int kBlocks = 60;
+    constexpr double kStall = 0.035;
+    const std::size_t words = SmallBlock(trial);
+    ServerClient client(trial);
+    std::vector<double> times;
+    for (int i = 0; i < kBlocks; ++i)
+        times.push_back(client.Ask(BlockRequest(trial.Target(), words, words)).seconds);
+    std::ranges::nth_element(times, times.begin() + kBlocks / 2);
+    const double median = times[kBlocks / 2];
+    if (median > kStall)
+        trial.Warn(
+            {"half of the replies come within 35 ms",
+             "half of them took longer than " + Shown(static_cast<float>(median * 1000)) + " ms",
+             "no real time: TCP_NODELAY on the server's socket, and one call for each reply, avoid it"});
+}
+
+constexpr Check kChecks[] = {
+    {"takes-blocks", CheckTarget::kServer, 3, "A block comes back with a status that is not negative.",
+     "answers-connect", 60, TakesBlocks},
+    {"block-reply", CheckTarget::kServer, 3,
+     "A block's reply has the marker, a true length word and the words asked for.", "takes-blocks", 60,
+     BlockReply},
+    {"one-reply", CheckTarget::kServer, 3, "Each block is answered by one reply and nothing else.",
+     "takes-blocks", 60, OneReply},
+    {"counts", CheckTarget::kServer, 3, "More or fewer words back than sent, or none, as asked for.",
+     "takes-blocks", 60, Counts},
+    {"one-piece", CheckTarget::kServer, 4, "A reply that fits one segment comes in one piece.",
+     "takes-blocks", 60, OnePiece},
+    {"pins-in-one-piece", CheckTarget::kServer, 4, "The pins' reply comes in one piece.", "answers-connect",
+     60, PinsInOnePiece},
+    {"finite-floats", CheckTarget::kServer, 4, "Float samples are finite numbers.", "takes-blocks", 60,
+     FiniteFloats},
+    {"no-stalls", CheckTarget::kServer, 4, "Replies do not wait 40 ms in the system (warns).", "takes-blocks",
+     60, NoStalls},
+};
+
+} // namespace
+
+std::span<const Check> ServerBlockChecks() {
+    return kChecks;
+}
+
+} // namespace vrx::tool
