@@ -28,9 +28,9 @@ add_executable(tool_tests
   tools/commands/Pins_test.cpp
   tools/commands/Pump_test.cpp
   host/RunStatistics_test.cpp
+  host/Samples_test.cpp
   host/Session_test.cpp
   tools/wire/Requests_test.cpp
-  tools/wire/Samples_test.cpp
   tools/commands/Send_test.cpp
   tools/report/Svg_test.cpp
   tools/report/SweepResult_test.cpp

@@ -90,17 +90,17 @@ public:
     WaveSink(const WaveSink&) = delete;
     WaveSink& operator=(const WaveSink&) = delete;
 
-    bool Write(const std::uint32_t* words, std::size_t count, SampleFormat kind) override {
+    bool Write(const std::uint32_t* words, std::size_t count, host::SampleFormat kind) override {
         m_bytes += count / m_format.channels * FrameBytes(m_format);
         if (!m_open || m_bytes > kMostWaveBytes) return false;
         const auto frames = static_cast<unsigned>(count / m_format.channels);
         if (m_format.samples == SampleStorage::kPcm16) {
             m_pcm16.resize(count);
-            WordsToPcm16(words, count, kind, m_pcm16.data());
+            host::WordsToPcm16(words, count, kind, m_pcm16.data());
             return m_writer.WriteSamples(m_pcm16.data(), frames) == 0;
         }
         m_pcm32.resize(count);
-        WordsToPcm32(words, count, kind, m_pcm32.data());
+        host::WordsToPcm32(words, count, kind, m_pcm32.data());
         return m_writer.WriteSamples(m_pcm32.data(), frames) == 0;
     }
 
@@ -135,21 +135,21 @@ public:
     SndfileSink(const SndfileSink&) = delete;
     SndfileSink& operator=(const SndfileSink&) = delete;
 
-    bool Write(const std::uint32_t* words, std::size_t count, SampleFormat kind) override {
+    bool Write(const std::uint32_t* words, std::size_t count, host::SampleFormat kind) override {
         if (m_file == nullptr) return false;
         const auto items = static_cast<sf_count_t>(count);
         switch (m_samples) {
         case SampleStorage::kPcm16:
             m_pcm16.resize(count);
-            WordsToPcm16(words, count, kind, m_pcm16.data());
+            host::WordsToPcm16(words, count, kind, m_pcm16.data());
             return sf_write_short(m_file, m_pcm16.data(), items) == items;
         case SampleStorage::kPcm32:
             m_pcm32.resize(count);
-            WordsToPcm32(words, count, kind, m_pcm32.data());
+            host::WordsToPcm32(words, count, kind, m_pcm32.data());
             return sf_write_int(m_file, m_pcm32.data(), items) == items;
         case SampleStorage::kFloat:
             m_float.resize(count);
-            WordsToFloat(words, count, kind, m_float.data());
+            host::WordsToFloat(words, count, kind, m_float.data());
             return sf_write_float(m_file, m_float.data(), items) == items;
         }
         return false;
@@ -198,14 +198,14 @@ std::uint64_t AudioReader::Frames() const {
     return known ? static_cast<std::uint64_t>(m_info.frames) : 0;
 }
 
-std::size_t AudioReader::Read(std::uint32_t* words, std::size_t frames, SampleFormat kind) {
+std::size_t AudioReader::Read(std::uint32_t* words, std::size_t frames, host::SampleFormat kind) {
     m_samples.resize(frames * Channels());
     const sf_count_t got = sf_readf_double(m_file.get(), m_samples.data(), static_cast<sf_count_t>(frames));
     if (sf_error(m_file.get()) != SF_ERR_NO_ERROR)
         FailFile(m_path,
                  "is damaged after frame " + std::to_string(m_framesRead) + ": " + sf_strerror(m_file.get()));
     const auto count = static_cast<std::size_t>(got) * Channels();
-    for (std::size_t i = 0; i < count; ++i) words[i] = WordFromSample(m_samples[i], kind);
+    for (std::size_t i = 0; i < count; ++i) words[i] = host::WordFromSample(m_samples[i], kind);
     m_framesRead += static_cast<std::uint64_t>(got);
     return static_cast<std::size_t>(got);
 }
@@ -259,7 +259,7 @@ AudioWriter::~AudioWriter() {
     RemoveOnExit(nullptr);
 }
 
-void AudioWriter::Write(const std::uint32_t* words, std::size_t frames, SampleFormat kind) {
+void AudioWriter::Write(const std::uint32_t* words, std::size_t frames, host::SampleFormat kind) {
     if (!m_sink->Write(words, frames * m_format.channels, kind))
         Fail("cannot be written after frame " + std::to_string(m_framesWritten) + ": " +
              (m_fd >= 0 ? "is the disk full?" : "has the program behind it ended?"));

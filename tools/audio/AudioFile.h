@@ -1,6 +1,6 @@
 #pragma once
 
-#include "tools/wire/Samples.h"
+#include "host/Samples.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -28,7 +28,7 @@ public:
     bool Is16Bit() const { return (m_info.format & SF_FORMAT_SUBMASK) == SF_FORMAT_PCM_16; }
 
     /// Reads up to `frames` frames; fewer only at the end. Throws Failure where the file is damaged.
-    std::size_t Read(std::uint32_t* words, std::size_t frames, SampleFormat kind);
+    std::size_t Read(std::uint32_t* words, std::size_t frames, host::SampleFormat kind);
 
 private:
     struct Close {
@@ -55,7 +55,7 @@ struct AudioFormat {
 class SampleSink {
 public:
     virtual ~SampleSink() = default;
-    virtual bool Write(const std::uint32_t* words, std::size_t count, SampleFormat kind) = 0;
+    virtual bool Write(const std::uint32_t* words, std::size_t count, host::SampleFormat kind) = 0;
     /// Completes the file; false when not everything reached it.
     virtual bool Close() = 0;
 };
@@ -81,7 +81,7 @@ public:
     static void Check(const std::string& path, const AudioFormat& format, bool overwrite,
                       std::uint64_t frames);
 
-    void Write(const std::uint32_t* words, std::size_t frames, SampleFormat kind);
+    void Write(const std::uint32_t* words, std::size_t frames, host::SampleFormat kind);
     /// Completes the file and renames it. Throws Failure, for example when the disk is full.
     void Finish();
 

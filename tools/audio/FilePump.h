@@ -9,7 +9,7 @@
 namespace vrx::tool {
 
 struct FileRun {
-    SampleFormat words = SampleFormat::kF32;
+    host::SampleFormat words = host::SampleFormat::kF32;
     std::size_t blockFrames = 0;
     std::uint64_t tail = 0; ///< frames of silence to send after the end of the input
 };

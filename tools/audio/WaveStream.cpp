@@ -50,20 +50,20 @@ std::string Header(const AudioFormat& format) {
 
 } // namespace
 
-bool WaveStream::Write(const std::uint32_t* words, std::size_t count, SampleFormat kind) {
+bool WaveStream::Write(const std::uint32_t* words, std::size_t count, host::SampleFormat kind) {
     if (!PutHeader()) return false;
     switch (m_format.samples) {
     case SampleStorage::kPcm16:
         m_pcm16.resize(count);
-        WordsToPcm16(words, count, kind, m_pcm16.data());
+        host::WordsToPcm16(words, count, kind, m_pcm16.data());
         return Put(m_pcm16.data(), count * sizeof m_pcm16[0]);
     case SampleStorage::kPcm32:
         m_pcm32.resize(count);
-        WordsToPcm32(words, count, kind, m_pcm32.data());
+        host::WordsToPcm32(words, count, kind, m_pcm32.data());
         return Put(m_pcm32.data(), count * sizeof m_pcm32[0]);
     case SampleStorage::kFloat:
         m_float.resize(count);
-        WordsToFloat(words, count, kind, m_float.data());
+        host::WordsToFloat(words, count, kind, m_float.data());
         return Put(m_float.data(), count * sizeof m_float[0]);
     }
     return false;

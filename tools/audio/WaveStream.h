@@ -12,7 +12,7 @@ public:
     /// The descriptor stays the caller's.
     WaveStream(int descriptor, const AudioFormat& format) : m_descriptor(descriptor), m_format(format) {}
 
-    bool Write(const std::uint32_t* words, std::size_t count, SampleFormat kind) override;
+    bool Write(const std::uint32_t* words, std::size_t count, host::SampleFormat kind) override;
     bool Close() override;
 
 private:

@@ -231,7 +231,8 @@ std::optional<Difference> ExchangeComparer::CompareSamples(const char* whose, st
         const std::uint32_t inA = WordAt(a, 4 * i);
         const std::uint32_t inB = WordAt(b, 4 * i);
         if (inA == inB) continue;
-        const double distance = std::abs(SampleFromWord(inA, m_format) - SampleFromWord(inB, m_format));
+        const double distance =
+            std::abs(host::SampleFromWord(inA, m_format) - host::SampleFromWord(inB, m_format));
         if (measure && distance > m_last.largest) m_last.largest = distance;
         if (m_tolerance && distance <= *m_tolerance) continue; // never for what is no number
         if (measure) ++m_last.differing;
@@ -254,11 +255,11 @@ void ExchangeComparer::Learn(const Exchange& exchange) {
     const std::uint32_t input = WordAt(reply, kCyclesEnd);
     if (input == 0) return; // a server that does not say
     m_channels = std::max(input & 0x3FFU, 1U);
-    m_format = (input & kFloats) != 0 ? SampleFormat::kF32 : SampleFormat::kS32;
+    m_format = (input & kFloats) != 0 ? host::SampleFormat::kF32 : host::SampleFormat::kS32;
 }
 
 Shown ExchangeComparer::ShownSample(std::uint32_t word) const {
-    if (m_format == SampleFormat::kS32) return ShownWord(word, true);
+    if (m_format == host::SampleFormat::kS32) return ShownWord(word, true);
     const auto value = std::bit_cast<float>(word);
     char text[64];
     const auto [end, error] = std::to_chars(text, text + sizeof text, value);

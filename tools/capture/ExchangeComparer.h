@@ -1,7 +1,7 @@
 #pragma once
 
+#include "host/Samples.h"
 #include "tools/capture/Exchange.h"
-#include "tools/wire/Samples.h"
 
 #include <cstdint>
 #include <optional>
@@ -62,7 +62,7 @@ private:
     Shown ShownSample(std::uint32_t word) const;
 
     std::optional<double> m_tolerance; // 1 is full scale
-    SampleFormat m_format = SampleFormat::kF32;
+    host::SampleFormat m_format = host::SampleFormat::kF32;
     std::size_t m_channels = 1;
     bool m_pins = false; // the replies at hand are about them
     SignalDistance m_signals;

@@ -104,8 +104,8 @@ void AddObjects(CLI::App& command, Arguments& arguments) {
 }
 
 void AddProcessing(CLI::App& command, Arguments& arguments) {
-    const std::map<std::string, SampleFormat> formats{{"f32", SampleFormat::kF32},
-                                                      {"s32", SampleFormat::kS32}};
+    const std::map<std::string, host::SampleFormat> formats{{"f32", host::SampleFormat::kF32},
+                                                            {"s32", host::SampleFormat::kS32}};
     StreamShape& shape = arguments.server.shape;
     command
         .add_option("--process", arguments.steps,

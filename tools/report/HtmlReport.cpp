@@ -157,7 +157,7 @@ void HtmlReport::AddWaveform(Envelope& waveform, const std::uint32_t* words, std
         double low = kLoudest;
         double high = -kLoudest;
         for (unsigned channel = 0; channel < m_stream.channels; ++channel) {
-            double sample = SampleFromWord(*words++, m_stream.words);
+            double sample = host::SampleFromWord(*words++, m_stream.words);
             if (std::isnan(sample)) sample = 0;
             low = std::clamp(sample, -kLoudest, low);
             high = std::clamp(sample, high, kLoudest);

@@ -1,8 +1,8 @@
 #pragma once
 
 #include "host/RunStatistics.h"
+#include "host/Samples.h"
 #include "tools/report/Envelope.h"
-#include "tools/wire/Samples.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -32,7 +32,7 @@ struct ReportTexts {
 class HtmlReport {
 public:
     struct Stream {
-        SampleFormat words = SampleFormat::kF32;
+        host::SampleFormat words = host::SampleFormat::kF32;
         unsigned channels = 1;
         int sampleRate = 1;
         std::size_t blockFrames = 1;

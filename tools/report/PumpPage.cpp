@@ -55,8 +55,9 @@ std::vector<ReportFact> Facts(const PumpPage& page) {
         {"Input pin", pin(&host::PinValues::in)},
         {"Output pin", pin(&host::PinValues::out)},
         {"Block", std::to_string(run.blockFrames) + " frames, " + Brief(statistics.Deadline()) + " ms"},
-        {"Stream", Counted(run.channels, "channel") + " at " + std::to_string(run.sampleRate) + " Hz, " +
-                       (page.words == SampleFormat::kF32 ? "32-bit float words" : "32-bit integer words")},
+        {"Stream",
+         Counted(run.channels, "channel") + " at " + std::to_string(run.sampleRate) + " Hz, " +
+             (page.words == host::SampleFormat::kF32 ? "32-bit float words" : "32-bit integer words")},
         {"Replies", run.replies == host::Replies::kWhole ? "collected until they are whole"
                                                          : "what one receive delivers"},
         {"Pace", run.paced ? "each block when it was due in real time" : "as fast as the replies came"},

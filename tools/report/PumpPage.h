@@ -15,7 +15,7 @@ struct PumpPage {
     const RunSummary& run;
     std::string input;
     std::optional<host::PinValues> pins; ///< empty: the server did not say
-    SampleFormat words = SampleFormat::kF32;
+    host::SampleFormat words = host::SampleFormat::kF32;
     std::uint64_t tail = 0;
     unsigned retries = 0;
     std::string pluginFile;

@@ -169,7 +169,8 @@ void Connection::CountBlock(Clock::time_point began, Clock::time_point ended) {
 
 void Connection::FillInfo(const Request& request) {
     const ServerOptions& options = m_service.options;
-    const PinInfo pin{options.pinFrames, options.shape.channels, options.shape.format == SampleFormat::kF32};
+    const PinInfo pin{options.pinFrames, options.shape.channels,
+                      options.shape.format == host::SampleFormat::kF32};
     StartReply(m_reply, request.replyDataWords);
     std::fill(m_reply.begin() + host::kReplyDataAt, m_reply.end(), PackPinInfo(pin));
 }

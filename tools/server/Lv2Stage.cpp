@@ -61,7 +61,7 @@ private:
         const size_t channels = m_channels.size();
         const size_t frames = (words.size() + channels - 1) / channels;
         for (size_t i = 0; i < frames * channels; ++i) {
-            const double sample = i < words.size() ? SampleFromWord(words[i], m_format) : 0;
+            const double sample = i < words.size() ? host::SampleFromWord(words[i], m_format) : 0;
             m_channels[i % channels][i / channels] = static_cast<float>(sample);
         }
         for (const auto& instance : m_instances) instance->Run(static_cast<uint32_t>(frames));
@@ -69,11 +69,11 @@ private:
     }
 
     uint32_t Word(float sample) const {
-        return m_format == SampleFormat::kF32 ? std::bit_cast<uint32_t>(sample)
-                                              : WordFromSample(sample, m_format);
+        return m_format == host::SampleFormat::kF32 ? std::bit_cast<uint32_t>(sample)
+                                                    : host::WordFromSample(sample, m_format);
     }
 
-    SampleFormat m_format;
+    host::SampleFormat m_format;
     std::vector<std::vector<float>> m_channels;
     std::vector<std::vector<float>> m_results;
     std::vector<std::unique_ptr<Lv2Instance>> m_instances;

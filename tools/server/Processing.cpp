@@ -82,8 +82,8 @@ private:
 };
 
 template <template <class> class Kind, class... Values>
-std::unique_ptr<Stage> OfFormat(SampleFormat format, Values... values) {
-    if (format == SampleFormat::kF32) return std::make_unique<Kind<float>>(values...);
+std::unique_ptr<Stage> OfFormat(host::SampleFormat format, Values... values) {
+    if (format == host::SampleFormat::kF32) return std::make_unique<Kind<float>>(values...);
     return std::make_unique<Kind<int32_t>>(values...);
 }
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "tools/wire/Samples.h"
+#include "host/Samples.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -15,7 +15,7 @@ namespace vrx::tool {
 
 /// What the blocks are made of.
 struct StreamShape {
-    SampleFormat format = SampleFormat::kF32;
+    host::SampleFormat format = host::SampleFormat::kF32;
     uint32_t channels = 2; ///< interleaved; at least 1
     double rate = 48000;   ///< frames per second
 };

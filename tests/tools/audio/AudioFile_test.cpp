@@ -37,14 +37,14 @@ TEST_F(AudioFile, ReadsFramesAsWordsOfEitherKind) {
     EXPECT_EQ(floats.Frames(), 3U);
     EXPECT_TRUE(floats.Is16Bit());
     std::uint32_t words[8] = {};
-    EXPECT_EQ(floats.Read(words, 2, SampleFormat::kF32), 2U);
+    EXPECT_EQ(floats.Read(words, 2, host::SampleFormat::kF32), 2U);
     EXPECT_EQ(words[0], Word(0.5F));
     EXPECT_EQ(words[1], Word(-0.5F));
-    EXPECT_EQ(floats.Read(words, 2, SampleFormat::kF32), 1U) << "fewer only at the end";
-    EXPECT_EQ(floats.Read(words, 2, SampleFormat::kF32), 0U);
+    EXPECT_EQ(floats.Read(words, 2, host::SampleFormat::kF32), 1U) << "fewer only at the end";
+    EXPECT_EQ(floats.Read(words, 2, host::SampleFormat::kF32), 0U);
 
     AudioReader integers(path);
-    EXPECT_EQ(integers.Read(words, 3, SampleFormat::kS32), 3U);
+    EXPECT_EQ(integers.Read(words, 3, host::SampleFormat::kS32), 3U);
     EXPECT_EQ(words[0], 0x40000000U);
     EXPECT_EQ(words[4], 0x80000000U);
 }
@@ -61,14 +61,14 @@ TEST_F(AudioFile, GivesAFileItsNameWhenItIsFinished) {
     const std::uint32_t words[] = {Word(0.5F), Word(-0.5F)};
     {
         AudioWriter writer(Path("out.wav"), {1, 8000, SampleStorage::kPcm16}, false);
-        writer.Write(words, 2, SampleFormat::kF32);
+        writer.Write(words, 2, host::SampleFormat::kF32);
         EXPECT_FALSE(std::filesystem::exists(Path("out.wav")));
         writer.Finish();
     }
     EXPECT_EQ(Bytes("out.wav"), Wav16(1, {16384, -16384}));
     {
         AudioWriter writer(Path("never.wav"), {1, 8000, SampleStorage::kPcm16}, false);
-        writer.Write(words, 2, SampleFormat::kF32);
+        writer.Write(words, 2, host::SampleFormat::kF32);
     }
     EXPECT_EQ(m_folder.Count(), 1U) << "without Finish nothing stays";
 }

@@ -35,13 +35,13 @@ protected:
     std::vector<std::uint32_t> Written() {
         AudioReader reader(Path("out.wav"));
         std::vector<std::uint32_t> words(static_cast<std::size_t>(reader.Frames()));
-        reader.Read(words.data(), words.size(), SampleFormat::kS32);
+        reader.Read(words.data(), words.size(), host::SampleFormat::kS32);
         return words;
     }
 };
 
 TEST_F(FilePump, FillsTheLastBlockAndWritesAsManyFramesAsTheInputHas) {
-    EXPECT_EQ(Pump({1, 2, 3}, {SampleFormat::kS32, 2, 0}).end, host::Sent::kReplied);
+    EXPECT_EQ(Pump({1, 2, 3}, {host::SampleFormat::kS32, 2, 0}).end, host::Sent::kReplied);
     EXPECT_EQ(m_server->blocks[1], (std::vector<std::uint32_t>{3U << 16, 0}));
     EXPECT_EQ(Written(), (std::vector<std::uint32_t>{(1U << 16) + 1, (2U << 16) + 1, (3U << 16) + 1}))
         << "the fake server adds one";
@@ -50,19 +50,19 @@ TEST_F(FilePump, FillsTheLastBlockAndWritesAsManyFramesAsTheInputHas) {
 }
 
 TEST_F(FilePump, SendsTheTailAsSilence) {
-    Pump({7, 7}, {SampleFormat::kS32, 2, 3});
+    Pump({7, 7}, {host::SampleFormat::kS32, 2, 3});
     EXPECT_EQ(m_frames, (std::vector<std::size_t>{2, 2, 1}));
     EXPECT_EQ(Written().size(), 5U);
 }
 
 TEST_F(FilePump, OfNothingMakesNothing) {
-    EXPECT_EQ(Pump({}, {SampleFormat::kS32, 4, 0}).end, host::Sent::kReplied);
+    EXPECT_EQ(Pump({}, {host::SampleFormat::kS32, 4, 0}).end, host::Sent::kReplied);
     EXPECT_TRUE(m_server->blocks.empty());
 }
 
 TEST_F(FilePump, SaysWhichBlockWasLost) {
     m_server->results = {0, -9995};
-    const PumpedFile pumped = Pump({1, 2, 3}, {SampleFormat::kS32, 1, 0});
+    const PumpedFile pumped = Pump({1, 2, 3}, {host::SampleFormat::kS32, 1, 0});
     EXPECT_EQ(pumped.end, host::Sent::kLost);
     EXPECT_EQ(pumped.last.number, 2U);
     EXPECT_EQ(pumped.last.result, -9995);
@@ -70,7 +70,7 @@ TEST_F(FilePump, SaysWhichBlockWasLost) {
 }
 
 TEST_F(FilePump, StopsBetweenTwoBlocks) {
-    EXPECT_EQ(Pump({1, 2, 3}, {SampleFormat::kS32, 1, 0}, 2).end, host::Sent::kStopped);
+    EXPECT_EQ(Pump({1, 2, 3}, {host::SampleFormat::kS32, 1, 0}, 2).end, host::Sent::kStopped);
     EXPECT_EQ(m_numbers, (std::vector<std::uint64_t>{1, 2})) << "the block under way is completed";
 }
 

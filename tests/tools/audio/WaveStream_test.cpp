@@ -22,7 +22,7 @@ constexpr std::uint32_t kHalf = std::bit_cast<std::uint32_t>(0.5F);
 TEST_F(WaveStreamTest, WritesAHeaderOfUnknownLengthAndTheSamples) {
     WaveStream stream(m_fd, {2, 48000, SampleStorage::kPcm16});
     const std::uint32_t words[] = {kHalf, 0, std::bit_cast<std::uint32_t>(-1.0F), kHalf};
-    EXPECT_TRUE(stream.Write(words, 4, SampleFormat::kF32));
+    EXPECT_TRUE(stream.Write(words, 4, host::SampleFormat::kF32));
     EXPECT_TRUE(stream.Close());
     const std::string want("RIFF\xFF\xFF\xFF\xFFWAVE"
                            "fmt \x10\x00\x00\x00"
@@ -48,7 +48,7 @@ TEST_F(WaveStreamTest, SaysWhatItsSamplesAre) {
         ASSERT_EQ(::ftruncate(m_fd, 0), 0);
         ASSERT_EQ(::lseek(m_fd, 0, SEEK_SET), 0);
         WaveStream stream(m_fd, {1, 8000, c.samples});
-        EXPECT_TRUE(stream.Write(&kHalf, 1, SampleFormat::kF32));
+        EXPECT_TRUE(stream.Write(&kHalf, 1, host::SampleFormat::kF32));
         const std::string bytes = Bytes("out.wav");
         ASSERT_EQ(static_cast<int>(bytes.size()), c.bytes) << "each write is there at once";
         EXPECT_EQ(bytes[20], c.tag);
@@ -72,7 +72,7 @@ TEST_F(WaveStreamTest, IsAHeaderWhereNothingWasWritten) {
 TEST_F(WaveStreamTest, ReportsADescriptorThatTakesNothing) {
     const int full = ::open("/dev/full", O_WRONLY | O_CLOEXEC);
     WaveStream stream(full, {1, 8000, SampleStorage::kPcm16});
-    EXPECT_FALSE(stream.Write(&kHalf, 1, SampleFormat::kF32));
+    EXPECT_FALSE(stream.Write(&kHalf, 1, host::SampleFormat::kF32));
     ::close(full);
     WaveStream closed(-1, {1, 8000, SampleStorage::kPcm16});
     EXPECT_FALSE(closed.Close());

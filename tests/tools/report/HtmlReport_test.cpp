@@ -12,7 +12,7 @@ using namespace vrx::tool;
 
 class Report : public testing::Test {
 protected:
-    HtmlReport m_report{{SampleFormat::kF32, 1, 8000, 80, true}};
+    HtmlReport m_report{{host::SampleFormat::kF32, 1, 8000, 80, true}};
     host::RunStatistics m_statistics{10};
     ReportTexts m_texts{"title", "verdict", true, {{"Blocks", "1"}}, {{"Server", "a:1"}}};
 

@@ -10,9 +10,9 @@
 
 namespace {
 
+using vrx::host::SampleFormat;
 using vrx::tool::Processor;
 using vrx::tool::ProcessStep;
-using vrx::tool::SampleFormat;
 using vrx::tool::StreamShape;
 
 // The plug-ins of this test and no others; set before any of them is looked for.

@@ -7,9 +7,9 @@
 
 namespace {
 
+using vrx::host::SampleFormat;
 using vrx::tool::Processor;
 using vrx::tool::ProcessStep;
-using vrx::tool::SampleFormat;
 using vrx::tool::StreamShape;
 
 constexpr StreamShape kFloats{SampleFormat::kF32, 1, 48000};

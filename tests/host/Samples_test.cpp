@@ -1,4 +1,4 @@
-#include "tools/wire/Samples.h"
+#include "host/Samples.h"
 
 #include <bit>
 #include <cmath>
@@ -7,7 +7,7 @@
 
 namespace {
 
-using namespace vrx::tool;
+using namespace vrx::host;
 
 std::uint32_t Word(float value) {
     return std::bit_cast<std::uint32_t>(value);

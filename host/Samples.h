@@ -3,7 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 
-namespace vrx::tool {
+namespace vrx::host {
 
 /// How a sample becomes one 32-bit word of a block.
 enum class SampleFormat {
@@ -23,4 +23,4 @@ void WordsToPcm16(const std::uint32_t* words, std::size_t count, SampleFormat ki
 void WordsToPcm32(const std::uint32_t* words, std::size_t count, SampleFormat kind, std::int32_t* out);
 void WordsToFloat(const std::uint32_t* words, std::size_t count, SampleFormat kind, float* out);
 
-} // namespace vrx::tool
+} // namespace vrx::host

@@ -1,11 +1,11 @@
-#include "tools/wire/Samples.h"
+#include "host/Samples.h"
 
 #include <algorithm>
 #include <bit>
 #include <cmath>
 #include <limits>
 
-namespace vrx::tool {
+namespace vrx::host {
 
 namespace {
 
@@ -45,4 +45,4 @@ void WordsToFloat(const std::uint32_t* words, std::size_t count, SampleFormat ki
     for (std::size_t i = 0; i < count; ++i) out[i] = static_cast<float>(SampleFromWord(words[i], kind));
 }
 
-} // namespace vrx::tool
+} // namespace vrx::host
