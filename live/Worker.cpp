@@ -1,0 +1,101 @@
+#include "live/Worker.h"
+
+#include "host/BlockSize.h"
+
+#include <algorithm>
+#include <chrono>
+#include <string>
+#include <utility>
+
+namespace vrx::live {
+
+namespace {
+
+constexpr std::chrono::milliseconds kStep{20}; // how soon the worker notices that it is to stop
+constexpr unsigned kNoRetries = 0;             // by the pump: whether a block is worth one changes with time
+
+/// After these the talker opens its connection again by itself.
+bool NextCallReconnects(int result) {
+    return result == CVRXTalker::kPeerClosed || result == CVRXTalker::kReceiveFailed ||
+           result == CVRXTalker::kTimedOut;
+}
+
+} // namespace
+
+Worker::Worker(BridgeParts& parts, std::size_t samples, Slots& slots, WorkerState& state)
+    : m_parts(parts), m_slots(slots), m_state(state), m_in(samples), m_out(samples),
+      m_pump(*parts.session, *parts.clock, static_cast<unsigned>(samples), kNoRetries) {
+    m_parts.session->TakeReplies(host::SuitingReplies(samples));
+}
+
+void Worker::Run() {
+    Connect();
+    while (!Stopped()) Step(kStep);
+}
+
+void Worker::Connect() {
+    if (!m_parts.session->Connect()) Recover(CVRXTalker::kNoConnection, m_parts.session->WhyNotConnected());
+}
+
+void Worker::Step(std::chrono::microseconds patience) {
+    m_block = m_slots.Take(patience);
+    if (!m_block) return;
+    for (std::size_t i = 0; i < m_in.size(); ++i)
+        m_in[i] = host::WordFromSample(static_cast<double>(m_block->samples[i]), m_parts.words);
+    while (m_block && !Stopped()) Exchange();
+    if (m_block) GiveUp();
+}
+
+void Worker::Exchange() {
+    const std::uint64_t number = m_block->number + 1;
+    host::BlockRecord record;
+    switch (m_pump.Send(m_in.data(), m_out.data(), record)) {
+    case host::Sent::kReplied:
+        record.number = number;
+        return Replied(record);
+    case host::Sent::kLost:
+        return Recover(record.result, m_parts.session->Describe(record.result));
+    case host::Sent::kStopped:
+        return GiveUp();
+    }
+}
+
+void Worker::Replied(const host::BlockRecord& record) {
+    if (m_state.attempts.exchange(0) > 0) ++m_state.reconnects;
+    if (record.Failed()) {
+        GiveUp();
+    } else {
+        for (std::size_t i = 0; i < m_out.size(); ++i)
+            m_block->samples[i] = static_cast<float>(host::SampleFromWord(m_out[i], m_parts.words));
+        (void)m_slots.Finish(*m_block, true); // dropped when it came too late
+        m_block.reset();
+    }
+    if (m_parts.exchanged) m_parts.exchanged(record, m_in.data(), m_out.data());
+}
+
+/// A failure that the real-time side does not see any more is counted here.
+void Worker::GiveUp() {
+    if (!m_slots.Finish(*std::exchange(m_block, {}), false)) ++m_state.failed;
+}
+
+/// Tries until the next exchange is worth it.
+void Worker::Recover(int result, const std::string& why) {
+    if (m_state.attempts == 0 && m_parts.outage) m_parts.outage(why);
+    do {
+        Pause(host::RetryPause(++m_state.attempts) / 1000.0);
+        if (Stopped() || NextCallReconnects(result)) return;
+    } while (!m_parts.session->Reconnect(result));
+}
+
+/// Meanwhile blocks whose turn passes give their slots back, so that the newest ones are there when it is over.
+void Worker::Pause(double seconds) {
+    constexpr double kLook = 0.01;
+    const double end = m_parts.clock->Now() + seconds;
+    for (double now = end - seconds; now < end && !Stopped(); now = m_parts.clock->Now()) {
+        m_parts.clock->SleepUntil(std::min(end, now + kLook));
+        if (m_block && !m_slots.Wanted(*m_block)) GiveUp();
+        m_slots.Drain();
+    }
+}
+
+} // namespace vrx::live
