@@ -20,6 +20,11 @@ std::size_t PreferredBlock(const PinValues& pins, const ServerSettings& server, 
     return asked > 0 && asked <= MostFramesPerBlock(channels) ? asked : FramesPerSegment(server, channels);
 }
 
+SampleFormat PreferredWords(const PinValues& pins) {
+    const bool saysSomething = pins.in[0] != 0 || pins.in[1] != 0;
+    return saysSomething && pins.in[2] == 0 ? SampleFormat::kS32 : SampleFormat::kF32;
+}
+
 Replies SuitingReplies(std::size_t words) {
     const bool fitsSegment = kReplyHeaderBytes + 4 * words <= kSegmentBytes;
     return fitsSegment || words > kWholeReplyWords ? Replies::kSingle : Replies::kWhole;

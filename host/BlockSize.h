@@ -1,6 +1,7 @@
 #pragma once
 
 #include "host/Packet.h"
+#include "host/Samples.h"
 #include "host/Session.h"
 
 #include <cstddef>
@@ -16,6 +17,9 @@ std::size_t MostFramesPerBlock(std::size_t channels);
 /// The frames of a block that the input pin asks for; where it says nothing usable, as many as let request
 /// and reply fit one segment.
 std::size_t PreferredBlock(const PinValues& pins, const ServerSettings& server, std::size_t channels);
+
+/// What the words of a block are, as the input pin says; floats where it says nothing.
+SampleFormat PreferredWords(const PinValues& pins);
 
 /// The way of taking replies that suits blocks of `words` words: whole ones where a reply does not fit one segment and
 /// a whole reply can hold it, else single ones.

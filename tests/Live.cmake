@@ -8,7 +8,23 @@ add_executable(live_tests
   live/Latency_test.cpp
   live/Slots_test.cpp
   live/Stream_test.cpp
+  live/TimeHistogram_test.cpp
   live/Worker_test.cpp
 )
 target_link_libraries(live_tests PRIVATE vrx_live vrx_build_options GTest::gtest_main)
-gtest_discover_tests(live_tests DISCOVERY_TIMEOUT 60)
+vrx_discover_tests(live_tests)
+
+# The program itself, with real JACK servers of a dummy driver: one process for all, and nothing beside it.
+if(TARGET vrx_jack)
+  add_executable(live_command_tests
+    support/Subprocess.cpp
+    tools/commands/Live_test.cpp
+  )
+  target_compile_definitions(live_command_tests PRIVATE
+    VRX_PLUGIN="${PROJECT_BINARY_DIR}/VRX_talker_norvo.so"
+    VRX_PROGRAM="$<TARGET_FILE:vrx>")
+  target_link_libraries(live_command_tests PRIVATE vrx_jack PkgConfig::JACK vrx_build_options GTest::gtest_main)
+  add_dependencies(live_command_tests vrx)
+  add_test(NAME live_command_tests COMMAND live_command_tests)
+  set_tests_properties(live_command_tests PROPERTIES RUN_SERIAL ON TIMEOUT 600)
+endif()

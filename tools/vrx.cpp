@@ -21,6 +21,9 @@ int Run(int argc, char** argv) {
     AddCheck(app, exitCode);
     AddSweep(app, exitCode);
     AddCompare(app, exitCode);
+#ifdef VRX_WITH_LIVE
+    AddLive(app, exitCode);
+#endif
     AddServe(app, exitCode);
     AddCaptureCommands(app, exitCode);
 

@@ -35,6 +35,11 @@ void Client::Reconnect(int result) {
     if (!m_session.Reconnect(result)) FailToConnect();
 }
 
+std::unique_ptr<host::Session> Client::NewSession() const {
+    const auto makeTalker = [plugin = m_plugin] { return plugin->CreateTalker(); };
+    return std::make_unique<host::Session>(Server(), host::SessionParts{makeTalker, nullptr, nullptr});
+}
+
 void Client::FailToConnect() const {
     const std::string place = Server().Place();
     if (Interrupted()) throw Failure{kInterrupted, "interrupted while connecting to " + place};

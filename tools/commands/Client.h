@@ -29,6 +29,12 @@ public:
     const host::ServerSettings& Server() const { return m_session.Server(); }
     const std::string& PluginFile() const { return m_plugin->File(); }
 
+    /// Another session with the same server, for any thread: it does not look at what its talkers print, and keeps
+    /// the plug-in loaded.
+    std::unique_ptr<host::Session> NewSession() const;
+    /// Forgets what talkers have printed so far.
+    void DropLines() { (void)m_output.TakeLines(); }
+
     /// Writes to the program's standard output. Throws Failure when that fails.
     void Print(std::string_view text) const { m_output.Print(text); }
 

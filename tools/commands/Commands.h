@@ -13,6 +13,9 @@ void AddSweep(CLI::App& app, int& exitCode);
 void AddCompare(CLI::App& app, int& exitCode);
 void AddDoctor(CLI::App& app, int& exitCode);
 void AddCheck(CLI::App& app, int& exitCode);
+#ifdef VRX_WITH_LIVE
+void AddLive(CLI::App& app, int& exitCode);
+#endif
 void AddServe(CLI::App& app, int& exitCode);
 
 /// The commands that need the capture libraries; none where this program was built without them.

@@ -65,10 +65,8 @@ std::size_t ChooseBlock(const PumpOptions& options, const host::PinValues& pins,
 }
 
 host::SampleFormat ChooseWords(const PumpOptions& options, const host::PinValues& pins) {
-    if (options.samples == "s32") return host::SampleFormat::kS32;
-    const bool pinsSaySomething = pins.in[0] != 0 || pins.in[1] != 0;
-    const bool pinsSayInt32 = pinsSaySomething && pins.in[2] == 0;
-    return options.samples.empty() && pinsSayInt32 ? host::SampleFormat::kS32 : host::SampleFormat::kF32;
+    if (options.samples.empty()) return host::PreferredWords(pins);
+    return options.samples == "s32" ? host::SampleFormat::kS32 : host::SampleFormat::kF32;
 }
 
 SampleStorage ChooseStorage(const PumpOptions& options, const AudioReader& reader) {

@@ -142,13 +142,25 @@ std::string Facts(const char* element, const char* name, const char* value,
 
 void HtmlReport::Add(const host::BlockRecord& block, const std::uint32_t* in, const std::uint32_t* out,
                      std::size_t frames) {
+    AddTimes(block);
+    AddWaveform(m_in, in, frames);
+    AddWaveform(m_out, out, frames);
+}
+
+void HtmlReport::Add(const host::BlockRecord& block, const Envelope::Column& in,
+                     const Envelope::Column& out) {
+    AddTimes(block);
+    m_placeFrames = m_stream.blockFrames;
+    m_in.Add(in.low, in.high);
+    m_out.Add(out.low, out.high);
+}
+
+void HtmlReport::AddTimes(const host::BlockRecord& block) {
     m_roundTrip.Add(block.milliseconds);
     m_sinceDue.Add(block.sinceDue);
     m_trouble.Add(block.Failed() ? 2 : block.retries > 0 ? 1 : 0);
     m_averageCycles.Add(double{block.averageCycles});
     m_pumpCycles.Add(double{block.pumpCycles});
-    AddWaveform(m_in, in, frames);
-    AddWaveform(m_out, out, frames);
 }
 
 void HtmlReport::AddWaveform(Envelope& waveform, const std::uint32_t* words, std::size_t frames) const {
@@ -228,9 +240,9 @@ std::string HtmlReport::Waveform(const char* title, const Envelope& waveform) co
     chart.YTick(0, "");
     chart.YTick(reach, Brief(reach));
     chart.YTick(-reach, Brief(-reach));
-    const double width = static_cast<double>(waveform.PerColumn()) / m_stream.sampleRate;
-    chart.Steps("blue", waveform.Columns(), width,
-                static_cast<double>(waveform.Count()) / m_stream.sampleRate);
+    const double place = static_cast<double>(m_placeFrames) / m_stream.sampleRate;
+    const double width = static_cast<double>(waveform.PerColumn()) * place;
+    chart.Steps("blue", waveform.Columns(), width, static_cast<double>(waveform.Count()) * place);
     const std::string peakText = peak > 0 ? Fixed(20 * std::log10(peak), 1) + " dB of full scale" : "silence";
     return Figure(title, "all channels; peak: " + peakText, chart);
 }

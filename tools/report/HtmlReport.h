@@ -45,9 +45,14 @@ public:
     void Add(const host::BlockRecord& block, const std::uint32_t* in, const std::uint32_t* out,
              std::size_t frames);
 
+    /// Adds a block of which only the lowest and highest samples of each side are known. A run is added either block
+    /// by block in this way or in the other.
+    void Add(const host::BlockRecord& block, const Envelope::Column& in, const Envelope::Column& out);
+
     std::string Page(const ReportTexts& texts, const host::RunStatistics& statistics) const;
 
 private:
+    void AddTimes(const host::BlockRecord& block);
     void AddWaveform(Envelope& waveform, const std::uint32_t* words, std::size_t frames) const;
     double BlockSeconds() const;
     double Seconds() const;
@@ -56,6 +61,7 @@ private:
     std::string Waveform(const char* title, const Envelope& waveform) const;
 
     Stream m_stream;
+    std::size_t m_placeFrames = 1; // that a place of the waveforms stands for
     Envelope m_roundTrip;
     Envelope m_sinceDue;
     Envelope m_trouble; // 1: sent again, 2: failed

@@ -1,0 +1,387 @@
+#include "tests/support/FolderTest.h"
+#include "tests/support/JackServer.h"
+#include "tests/tools/VrxRun.h"
+
+#include <gtest/gtest.h>
+#include <jack/jack.h>
+#include <nlohmann/json.hpp>
+
+#include <atomic>
+#include <cerrno>
+#include <cmath>
+#include <csignal>
+#include <fstream>
+#include <thread>
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+constexpr auto kPatience = std::chrono::seconds(30);
+
+/// One server for all tests of a run: many short-lived ones make JACK unreliable.
+JackServer& TheJackServer() {
+    static JackServer server("vrx-test-" + std::to_string(::getpid()));
+    server.Use();
+    return server;
+}
+
+/// Waits until `condition` holds; false after a long time.
+template <class Condition>
+bool Await(const Condition& condition) {
+    for (const auto until = Clock::now() + kPatience; Clock::now() < until;) {
+        if (condition()) return true;
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    return condition();
+}
+
+/// Plays noise into a client's in_1 and records its out_1, frame by frame. The way back closes a circle, which adds a
+/// period to what it hears.
+class Recorder {
+public:
+    explicit Recorder(const std::string& name) : m_noise(kMost), m_heard(kMost) {
+        std::uint32_t state = 1;
+        for (float& sample : m_noise) {
+            state = state * 1664525 + 1013904223;
+            sample = static_cast<float>(static_cast<std::int32_t>(state) / 2147483648.0);
+        }
+        m_client = jack_client_open("recorder", JackNoStartServer, nullptr);
+        if (m_client == nullptr) return;
+        m_out = jack_port_register(m_client, "out", JACK_DEFAULT_AUDIO_TYPE, JackPortIsOutput, 0);
+        m_in = jack_port_register(m_client, "in", JACK_DEFAULT_AUDIO_TYPE, JackPortIsInput, 0);
+        jack_set_process_callback(m_client, Process, this);
+        jack_activate(m_client);
+        const auto join = [&](const std::string& from, const std::string& to) {
+            return Await([&] { // a client's ports are there a little before it plays
+                const int result = jack_connect(m_client, from.c_str(), to.c_str());
+                return result == 0 || result == EEXIST;
+            });
+        };
+        m_up = join("recorder:out", name + ":in_1") && join(name + ":out_1", "recorder:in");
+    }
+    ~Recorder() {
+        if (m_client == nullptr) return;
+        jack_deactivate(m_client);
+        jack_client_close(m_client);
+    }
+
+    /// Whether the client was there, and joined.
+    bool Up() const { return m_up; }
+    /// Waits until so many frames more are heard.
+    bool Hear(std::size_t frames) {
+        const std::size_t goal = std::min(kMost, m_frames + frames);
+        return Await([&] { return m_frames >= goal; });
+    }
+    void Freewheel(bool on) { jack_set_freewheel(m_client, on ? 1 : 0); }
+    std::size_t Frames() const { return m_frames; }
+
+    enum class Frame { kSilence, kWet, kDry, kOther };
+    /// What is heard at a frame with this delay; the server inverts.
+    Frame At(std::size_t frame, std::size_t delay) const {
+        const float heard = m_heard[frame];
+        if (heard == 0) return Frame::kSilence;
+        if (frame < delay) return Frame::kOther;
+        const float played = m_noise[frame - delay];
+        return heard == -played ? Frame::kWet : heard == played ? Frame::kDry : Frame::kOther;
+    }
+    struct Counts {
+        std::size_t silence = 0;
+        std::size_t wet = 0;
+        std::size_t dry = 0;
+        std::size_t other = 0;
+    };
+    Counts Count(std::size_t from, std::size_t to, std::size_t delay) const {
+        Counts counts;
+        for (std::size_t frame = from; frame < to; ++frame) {
+            switch (At(frame, delay)) {
+            case Frame::kSilence:
+                ++counts.silence;
+                break;
+            case Frame::kWet:
+                ++counts.wet;
+                break;
+            case Frame::kDry:
+                ++counts.dry;
+                break;
+            case Frame::kOther:
+                ++counts.other;
+                break;
+            }
+        }
+        return counts;
+    }
+    /// Frames of delay between a port's two sides as JACK reports it: {capture of out_1, playback of in_1}.
+    std::pair<jack_nframes_t, jack_nframes_t> Latencies(const std::string& name) const {
+        jack_latency_range_t capture = {};
+        jack_latency_range_t playback = {};
+        jack_port_get_latency_range(jack_port_by_name(m_client, (name + ":out_2").c_str()),
+                                    JackCaptureLatency, &capture);
+        jack_port_get_latency_range(jack_port_by_name(m_client, (name + ":in_2").c_str()),
+                                    JackPlaybackLatency, &playback);
+        return {jack_nframes_t{capture.max}, jack_nframes_t{playback.max}};
+    }
+    bool HasPort(const std::string& port) const {
+        return jack_port_by_name(m_client, port.c_str()) != nullptr;
+    }
+
+private:
+    static constexpr std::size_t kMost = 48000 * 120;
+
+    static int Process(jack_nframes_t frames, void* self) {
+        auto& recorder = *static_cast<Recorder*>(self);
+        auto* const out = static_cast<float*>(jack_port_get_buffer(recorder.m_out, frames));
+        const auto* const in = static_cast<const float*>(jack_port_get_buffer(recorder.m_in, frames));
+        const std::size_t at = recorder.m_frames;
+        if (at + frames > kMost) return 0;
+        std::copy_n(recorder.m_noise.begin() + static_cast<std::ptrdiff_t>(at), frames, out);
+        std::copy_n(in, frames, recorder.m_heard.begin() + static_cast<std::ptrdiff_t>(at));
+        recorder.m_frames = at + frames;
+        return 0;
+    }
+
+    std::vector<float> m_noise;
+    std::vector<float> m_heard;
+    std::atomic<std::size_t> m_frames{0};
+    bool m_up = false;
+    jack_client_t* m_client = nullptr;
+    jack_port_t* m_out = nullptr;
+    jack_port_t* m_in = nullptr;
+};
+
+/// A `vrx live` at a server that inverts what it gets.
+class Live {
+public:
+    Live(const std::string& port, std::vector<std::string> arguments)
+        : m_process(Command(port, std::move(arguments))) {}
+
+    /// Its first line; not with --json, which leaves standard output to the object.
+    std::string Ready() { return m_process.ReadLine(); }
+    Subprocess::Outcome End() {
+        m_process.Signal(SIGTERM);
+        return m_process.Wait();
+    }
+    Subprocess& Process() { return m_process; }
+
+private:
+    static std::vector<std::string> Command(const std::string& port, std::vector<std::string> arguments) {
+        arguments.insert(arguments.begin(),
+                         {VRX_PROGRAM, "live", "--plugin", VRX_PLUGIN, "--servport", port});
+        return arguments;
+    }
+
+    Subprocess m_process;
+};
+
+class LiveTest : public FolderTest {
+protected:
+    void SetUp() override {
+        if (!JackServer::Installed())
+            GTEST_SKIP() << "needs jackd and its tools (Debian: jackd2; script/setup live)";
+        ASSERT_TRUE(TheJackServer().Up());
+    }
+
+    static constexpr std::size_t kPeriod = 256;
+    ServeProcess m_serve{{"--process", "invert"}};
+};
+
+TEST_F(LiveTest, ReportsWhatItDelays) {
+    Live live(m_serve.Port(), {"--block", "256", "--latency", "768"});
+    EXPECT_EQ(live.Ready(),
+              "vrx live: ready: 2 channels at 48000 Hz, period 256, block 256, latency 768 frames (16.0 ms)");
+    Recorder recorder("vrx");
+    ASSERT_TRUE(recorder.Up());
+    EXPECT_TRUE(Await(
+        [&] { return recorder.Latencies("vrx") == std::pair<jack_nframes_t, jack_nframes_t>(768, 768); }));
+    ASSERT_TRUE(recorder.Hear(48000));
+    const std::size_t delay = 768 + kPeriod;
+    const Recorder::Counts heard = recorder.Count(24000, recorder.Frames(), delay);
+    EXPECT_GT(heard.wet, heard.other + heard.dry + heard.silence); // a busy machine may be late now and then
+    for (const std::size_t wrong : {delay - 1, delay + 1, delay - 256, delay + 256})
+        EXPECT_LT(recorder.Count(24000, recorder.Frames(), wrong).wet, 100U) << wrong;
+    const Subprocess::Outcome end = live.End();
+    EXPECT_EQ(end.exitCode, 0) << end.err;
+    EXPECT_EQ(end.err, "");
+}
+
+TEST_F(LiveTest, FreewheelingIsExactFromTheFirstFrameToTheLast) {
+    for (const char* block : {"64", "256", "1000"}) {
+        SCOPED_TRACE(block);
+        Live live(m_serve.Port(), {"--block", block, "--latency", "2000", "--json"});
+        Recorder recorder("vrx");
+        ASSERT_TRUE(recorder.Up());
+        recorder.Freewheel(true);
+        ASSERT_TRUE(recorder.Hear(20000)); // what came before may have been late
+        const std::size_t from = recorder.Frames();
+        ASSERT_TRUE(recorder.Hear(480000));
+        const std::size_t to = recorder.Frames();
+        recorder.Freewheel(false);
+        const Subprocess::Outcome end = live.End();
+        EXPECT_EQ(end.exitCode, 0) << end.err;
+        const nlohmann::json summary = nlohmann::json::parse(end.out);
+        const std::size_t delay = summary["latency_frames"].get<std::size_t>() + kPeriod;
+        const Recorder::Counts heard = recorder.Count(from, to, delay);
+        EXPECT_EQ(heard.wet, to - from);
+    }
+}
+
+TEST_F(LiveTest, TheSummaryHasItsKeys) {
+    Live live(m_serve.Port(),
+              {"--seconds", "0.5", "--json", "--report", Path("live.html"), "--csv", Path("live.csv")});
+    const Subprocess::Outcome end = live.Process().Wait();
+    EXPECT_EQ(end.exitCode, 0) << end.err;
+    const nlohmann::json summary = nlohmann::json::parse(end.out);
+    for (const char* key : {"sample_rate", "period_frames", "block_frames", "latency_frames", "channels",
+                            "frames", "blocks", "late", "lost", "reconnects", "xruns"})
+        EXPECT_TRUE(summary.at(key).is_number_unsigned()) << key;
+    for (const char* key : {"p50", "p99", "p99_9", "max"})
+        EXPECT_GT(summary.at("round_trip").at(key), 0) << key;
+    for (const char* key : {"p50", "p99", "max"}) EXPECT_GT(summary.at("process").at(key), 0) << key;
+    EXPECT_EQ(summary["sample_rate"], 48000);
+    EXPECT_EQ(summary["channels"], 2);
+    EXPECT_GT(summary["frames"], 0);
+    EXPECT_EQ(end.err.find("vrx live: ready: "), 0U); // standard output is the object's alone
+    std::ifstream page(Path("live.html"));
+    EXPECT_NE(std::string(std::istreambuf_iterator<char>(page), {}).find("vrx live: vrx through 127.0.0.1:"),
+              std::string::npos);
+    std::ifstream rows(Path("live.csv"));
+    EXPECT_GT(std::count(std::istreambuf_iterator<char>(rows), {}, '\n'), 10);
+}
+
+TEST_F(LiveTest, SoundIsBackAfterTheServerWasKilled) {
+    Live live(m_serve.Port(), {"--block", "256", "--latency", "2048", "--json"});
+    Recorder recorder("vrx");
+    ASSERT_TRUE(recorder.Up());
+    ASSERT_TRUE(recorder.Hear(24000));
+    m_serve.Kill();
+    const std::size_t killed = recorder.Frames();
+    ASSERT_TRUE(recorder.Hear(24000));
+    const ServeProcess again({"--process", "invert", "--port", m_serve.Port()});
+    const std::size_t back = recorder.Frames();
+    const std::size_t delay = 2048 + kPeriod;
+    const auto wet = [&](std::size_t from) { return recorder.Count(from, recorder.Frames(), delay).wet; };
+    EXPECT_TRUE(Await([&] { return wet(back) > 2000; }));
+    ASSERT_TRUE(recorder.Hear(4800));
+    const Subprocess::Outcome end = live.End();
+    EXPECT_EQ(end.exitCode, 0) << end.err;
+    const nlohmann::json summary = nlohmann::json::parse(end.out);
+    EXPECT_GE(summary["reconnects"], 1);
+    EXPECT_GT(summary["late"], 50);
+    EXPECT_GE(summary["lost"], 1);
+    EXPECT_LE(summary["lost"], summary["late"]);
+    // The dry input stood in, with the same delay.
+    EXPECT_GT(recorder.Count(killed + 4096, back, delay).dry, (back - killed) / 2);
+    EXPECT_NE(end.err.find("is away: "), std::string::npos) << end.err;
+    EXPECT_EQ(end.err.find("is away: "), end.err.rfind("is away: ")) << end.err; // one line for one outage
+}
+
+TEST_F(LiveTest, EveryFaultLeavesItRunning) {
+    const ServeProcess serve({"--process", "invert", "--faults",
+                              "late=20ms,reset,cut=2,pieces=100,wrong-tag,text", "--fault-rate", "0.02",
+                              "--fault-limit", "3"});
+    Live live(serve.Port(), {"--block", "256", "--latency", "1024", "--json"});
+    Recorder recorder("vrx");
+    ASSERT_TRUE(recorder.Up());
+    const std::size_t delay = 1024 + kPeriod;
+    ASSERT_TRUE(recorder.Hear(96000));
+    EXPECT_TRUE(Await(
+        [&] { return recorder.Count(recorder.Frames() - 24000, recorder.Frames(), delay).wet > 12000; }));
+    const Subprocess::Outcome end = live.End();
+    EXPECT_EQ(end.exitCode, 0) << end.err;
+    EXPECT_EQ(nlohmann::json::parse(end.out)["latency_frames"], 1024);
+}
+
+TEST_F(LiveTest, AStuckServerDoesNotHoldUpTheEnd) {
+    const ServeProcess serve({"--faults", "no-answer"});
+    Live live(serve.Port(), {"--block", "256", "--latency", "1024", "--json"});
+    Recorder recorder("vrx");
+    ASSERT_TRUE(recorder.Up());
+    ASSERT_TRUE(recorder.Hear(9600));
+    const auto begin = Clock::now();
+    const Subprocess::Outcome end = live.End();
+    EXPECT_EQ(end.exitCode, 0) << end.err;
+    EXPECT_LT(Clock::now() - begin, std::chrono::seconds(5)); // the talker itself would wait for ten
+}
+
+TEST_F(LiveTest, ManyChannelsAndTwoClients) {
+    Live wide(m_serve.Port(), {"--channels", "32", "--name", "wide", "--latency", "1024"});
+    EXPECT_EQ(
+        wide.Ready().find("vrx live: ready: 32 channels at 48000 Hz, period 256, block 32, latency 1024"), 0U)
+        << wide.Ready();
+    Live second(m_serve.Port(), {"--name", "wide", "--block", "256", "--latency", "512"});
+    EXPECT_NE(second.Ready(), "");
+    Recorder recorder("wide-01"); // JACK's name for the second one
+    EXPECT_TRUE(recorder.Up() && recorder.HasPort("wide:out_32"));
+    EXPECT_EQ(wide.End().exitCode, 0);
+    EXPECT_EQ(second.End().exitCode, 0);
+}
+
+TEST_F(LiveTest, APeriodChangeMakesANewBridgeAndKeepsThePorts) {
+    Live live(m_serve.Port(), {"--block", "256", "--latency", "256", "--json"});
+    Recorder recorder("vrx");
+    ASSERT_TRUE(recorder.Up());
+    ASSERT_TRUE(recorder.Hear(4800));
+    EXPECT_EQ(RunProgram({"jack_bufsize", "1024"}).exitCode, 0);
+    const bool changed = Await(
+        [&] { return recorder.Latencies("vrx") == std::pair<jack_nframes_t, jack_nframes_t>(1024, 1024); });
+    ASSERT_TRUE(recorder.Hear(96000));
+    EXPECT_GT(recorder.Count(recorder.Frames() - 48000, recorder.Frames(), 1024 + 1024).wet, 24000U);
+    EXPECT_EQ(RunProgram({"jack_bufsize", "256"}).exitCode, 0);
+    EXPECT_TRUE(changed);
+    const Subprocess::Outcome end = live.End();
+    EXPECT_EQ(end.exitCode, 0) << end.err;
+    EXPECT_NE(end.err.find(
+                  "vrx live: JACK has changed: 2 channels at 48000 Hz, period 1024, block 256, latency 1024"),
+              std::string::npos)
+        << end.err;
+}
+
+TEST_F(LiveTest, TheEndOfTheJackServerEndsItWithFour) {
+    JackServer own("vrx-test-own-" + std::to_string(::getpid()), 1024);
+    ASSERT_TRUE(own.Up());
+    Live live(m_serve.Port(), {"--latency", "2048"});
+    EXPECT_NE(live.Ready().find("period 1024"), std::string::npos);
+    own.Stop();
+    const Subprocess::Outcome end = live.Process().Wait();
+    EXPECT_EQ(end.exitCode, 4) << end.err;
+    EXPECT_NE(end.err.find("vrx live: the JACK server has ended\n"), std::string::npos) << end.err;
+    EXPECT_NE(end.out.find(" blocks of 512 frames through 127.0.0.1:"), std::string::npos) << end.out;
+}
+
+TEST_F(LiveTest, FailuresAreOneLine) {
+    struct Case {
+        std::vector<std::string> arguments;
+        int code;
+        const char* part;
+    };
+    const std::string port = m_serve.Port();
+    for (const Case& c : {
+             Case{{"--servport", port, "--channels", "65"}, 1, "--channels"},
+             Case{{"--servport", port, "--late", "wet"}, 1, "--late"},
+             Case{{"--servport", port, "--name", ""}, 1, "--name"},
+             Case{{"--servport", port, "--name", std::string(100, 'x')}, 1, "--name"},
+             Case{{"--servport", port, "--block", "262000"}, 1, "blocks of 262000 frames are too long"},
+             Case{{}, 1, "--servport"},
+             Case{{"--servport", "1"}, 3, "cannot connect to 127.0.0.1:1"},
+             Case{{"--servport", port, "--plugin", Path("none.so")}, 2, "none.so"},
+         }) {
+        std::vector<std::string> arguments = {"live", "--plugin", VRX_PLUGIN};
+        if (c.code == 2) arguments.resize(1);
+        arguments.insert(arguments.end(), c.arguments.begin(), c.arguments.end());
+        const Subprocess::Outcome end = Vrx(arguments);
+        EXPECT_EQ(end.exitCode, c.code) << end.err;
+        EXPECT_EQ(end.out, "");
+        EXPECT_TRUE(IsOneLine(end.err)) << end.err;
+        EXPECT_NE(end.err.find(c.part), std::string::npos) << end.err;
+    }
+}
+
+TEST_F(LiveTest, StartsNoJackServer) {
+    ::setenv("JACK_DEFAULT_SERVER", "nobody-runs-this-one", 1);
+    const Subprocess::Outcome end = Vrx({"live", "--plugin", VRX_PLUGIN, "--servport", m_serve.Port()});
+    TheJackServer().Use();
+    EXPECT_EQ(end.exitCode, 3);
+    EXPECT_TRUE(IsOneLine(end.err)) << end.err;
+    EXPECT_NE(end.err.find("no JACK server runs here"), std::string::npos) << end.err;
+}
+
+} // namespace
