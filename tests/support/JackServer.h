@@ -13,8 +13,8 @@
 class JackServer {
 public:
     explicit JackServer(const std::string& name, int period = 256)
-        : m_name(name),
-          m_process({"jackd", "-r", "-S", "-n", name, "-d", "dummy", "-r", "48000", "-p", std::to_string(period)}) {
+        : m_name(name), m_process({"jackd", "-r", "-S", "-n", name, "-d", "dummy", "-r", "48000", "-p",
+                                   std::to_string(period)}) {
         Use();
         const Subprocess::Outcome up = RunProgram({"jack_wait", "-w", "-t", "20"});
         m_up = up.exitCode == 0;
