@@ -9,6 +9,7 @@
 
 namespace {
 
+using namespace vrx;
 using namespace vrx::tool;
 
 class WaveStreamTest : public FolderTest {
