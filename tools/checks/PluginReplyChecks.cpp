@@ -129,12 +129,13 @@ void ExchangeBlock(PluginBench& bench, std::size_t inCount, std::size_t outCount
 
 void Data(Trial& trial) {
     PluginBench bench(trial);
-    for (const std::size_t words : {1, 2, 64, 358, 1024, 4096}) ExchangeBlock(bench, words, words, false);
+    for (const std::size_t words : {1U, 2U, 64U, 358U, 1024U, 4096U})
+        ExchangeBlock(bench, words, words, false);
 }
 
 void DataInPlace(Trial& trial) {
     PluginBench bench(trial);
-    for (const std::size_t words : {1, 358, 4096}) ExchangeBlock(bench, words, words, true);
+    for (const std::size_t words : {1U, 358U, 4096U}) ExchangeBlock(bench, words, words, true);
 }
 
 void DataCounts(Trial& trial) {
@@ -174,7 +175,7 @@ void UnreadHead(Trial& trial) {
     CheckedTalker talker = bench.Connected(server);
     for (const std::uint32_t word : {0U, 1U, 28U, 0x7FFFFFFFU, 0xFFFFFFFFU}) {
         std::string packet = ReplyPacket(4, 0, 0, Words{21, 22});
-        for (const std::size_t at : {4, 8, 12}) std::memcpy(packet.data() + at, &word, sizeof word);
+        for (const std::size_t at : {4U, 8U, 12U}) std::memcpy(packet.data() + at, &word, sizeof word);
         server.Then(Answer::Bytes(packet));
         GuardedWords out(2);
         const Words in = Numbered(2, 1);
@@ -184,7 +185,7 @@ void UnreadHead(Trial& trial) {
         ExpectSame(when + "PumpAudio returns", 4, talker.Pump(in.data(), out.Data(), 2, 2), means);
         ExpectWords(when + "out", {21, 22}, out.Copy(), means);
         packet = ReplyPacket(4, 0, 0, Words{0x400, 0x800});
-        for (const std::size_t at : {4, 8, 12}) std::memcpy(packet.data() + at, &word, sizeof word);
+        for (const std::size_t at : {4U, 8U, 12U}) std::memcpy(packet.data() + at, &word, sizeof word);
         server.Then(Answer::Bytes(packet));
         PinSix pins = {};
         ExpectSame(when + "PinProps returns", 4, talker.Pins(pins), means);

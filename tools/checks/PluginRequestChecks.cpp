@@ -106,7 +106,7 @@ void BlockBytes(Trial& trial) {
     PluginBench bench(trial);
     StubServer server;
     CheckedTalker talker = bench.Connected(server);
-    for (const std::size_t words : {0, 1, 2, 3, 357, 358, 359, 1024, 4096})
+    for (const std::size_t words : {0U, 1U, 2U, 3U, 357U, 358U, 359U, 1024U, 4096U})
         PumpBytes(bench, server, talker, words, words);
 }
 
@@ -123,7 +123,7 @@ void LargeBlockBytes(Trial& trial) {
     PluginBench bench(trial);
     StubServer server;
     CheckedTalker talker = bench.Connected(server);
-    for (const std::size_t words : {5000, 65536, 262137}) PumpBytes(bench, server, talker, words, 1);
+    for (const std::size_t words : {5000U, 65536U, 262137U}) PumpBytes(bench, server, talker, words, 1);
 }
 
 /// The path's length modulo 4 takes every value, for both kinds of request.
@@ -144,7 +144,7 @@ void PathPadding(Trial& trial) {
 
 void LongNames(Trial& trial) {
     PluginBench bench(trial);
-    for (const std::size_t length : {200, 1000, 5000}) {
+    for (const std::size_t length : {200U, 1000U, 5000U}) {
         const TalkerNames names{std::string(length, 'i'), std::string(length + 1, 'o'),
                                 std::string(length + 2, 'l')};
         StubServer server;

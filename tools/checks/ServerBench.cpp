@@ -85,6 +85,11 @@ ServerClient::ServerClient(Trial& trial, bool hello) : m_trial(trial) {
            "the connect text is answered with a line", reply.Shown(), "talkers cannot connect");
 }
 
+bool ServerReply::Alone() const {
+    if (kind == kPacket) return bytes.size() == Word(4);
+    return kind != kLine || bytes.find('\n') + 1 == bytes.size();
+}
+
 void ServerClient::Send(std::string_view bytes) {
     m_trial.Doing("sending " + std::to_string(bytes.size()) + " bytes to the server");
     asio::error_code gone; // the next receive finds out

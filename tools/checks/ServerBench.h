@@ -48,6 +48,8 @@ struct ServerReply {
     bool Accepted() const { return kind == kPacket && bytes.size() >= 20 && Status() >= 0; }
     /// A text line, or a packet with a negative status.
     bool Refused() const { return kind == kLine || (kind == kPacket && bytes.size() >= 20 && Status() < 0); }
+    /// True when nothing came behind the line or the packet.
+    bool Alone() const;
     /// For observations.
     std::string Shown() const;
 };

@@ -28,7 +28,7 @@ void Pace(Trial& trial) {
         ExpectBlock("for block " + std::to_string(times.size() + 1), reply, words);
         Expect(reply.Accepted(), "each of many blocks is accepted", reply.Shown(), "a long run ends early");
         times.push_back(reply.seconds);
-        for (const std::size_t at : {20, 24})
+        for (const std::size_t at : {20U, 24U})
             if ((reply.Word(at) >> 31) != 0)
                 trial.Warn({"cycle figures are not negative",
                             "the word at byte " + std::to_string(at) + " is " + Hex(reply.Word(at)),

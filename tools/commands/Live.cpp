@@ -160,7 +160,7 @@ Envelope::Column Range(const std::uint32_t* words, std::size_t count, host::Samp
 class LiveRecord {
 public:
     LiveRecord(const LiveOptions& options, const Measures& measures)
-        : m_options(options), m_statistics(Deadline(measures.Shape())),
+        : m_statistics(Deadline(measures.Shape())),
           m_picture({measures.Words(), static_cast<unsigned>(options.channels),
                      static_cast<int>(measures.Shape().sampleRate), measures.Shape().blockFrames, false}) {
         if (!options.csv.empty()) m_csv.emplace(options.csv, options.force, Deadline(measures.Shape()));
@@ -197,7 +197,6 @@ private:
                1000;
     }
 
-    const LiveOptions& m_options;
     std::shared_ptr<ExchangedBlocks> m_exchanged = std::make_shared<ExchangedBlocks>(kMostExchanged);
     live::TimeHistogram m_roundTrips;
     host::RunStatistics m_statistics;
