@@ -1,5 +1,7 @@
 #include "host/Plugin.h"
 
+#include "host/InstalledFile.h"
+
 #include <dlfcn.h>
 #include <filesystem>
 #include <system_error>
@@ -13,16 +15,6 @@ namespace fs = std::filesystem;
 constexpr char kPluginName[] = "VRX_talker_norvo.so";
 constexpr char kFactorySymbol[] = "_Z13TalkerFactoryv"; // TalkerFactory()
 
-std::string FindPlugin(std::string& error) {
-    std::error_code failed;
-    const fs::path here = fs::read_symlink("/proc/self/exe", failed).parent_path();
-    for (const fs::path& folder : {here, here / "../lib", here / "../lib" / VRX_LIBRARY_ARCHITECTURE})
-        if (fs::exists(folder / kPluginName, failed)) return folder / kPluginName;
-    error = std::string("no ") + kPluginName + " beside this program (" + here.string() +
-            ") or in ../lib; name it with --plugin PATH";
-    return "";
-}
-
 std::string LoaderMessage() {
     const char* message = ::dlerror();
     return message != nullptr ? message : "unknown reason";
@@ -30,10 +22,19 @@ std::string LoaderMessage() {
 
 } // namespace
 
-std::shared_ptr<Plugin> Plugin::Load(const std::string& path, std::string& error) {
+std::string Plugin::Locate(const std::string& path, std::string& error) {
     std::error_code failed;
     // A name without a slash would be searched for in the system's library folders.
-    const std::string file = path.empty() ? FindPlugin(error) : fs::absolute(path, failed).string();
+    if (!path.empty()) return fs::absolute(path, failed).lexically_normal().string();
+    const std::string file = FindInstalled(kPluginName);
+    if (file.empty())
+        error = std::string("no ") + kPluginName + " beside this program (" + ProgramFolder() +
+                ") or in ../lib; name it with --plugin PATH";
+    return file;
+}
+
+std::shared_ptr<Plugin> Plugin::Load(const std::string& path, std::string& error) {
+    const std::string file = Locate(path, error);
     if (file.empty()) return nullptr;
     const std::shared_ptr<Plugin> plugin(new Plugin);
     plugin->m_library = ::dlopen(file.c_str(), RTLD_NOW | RTLD_LOCAL);
@@ -46,6 +47,7 @@ std::shared_ptr<Plugin> Plugin::Load(const std::string& path, std::string& error
         error = file + " is no talker plug-in: it has no TalkerFactory()";
         return nullptr;
     }
+    std::error_code failed;
     plugin->m_file = fs::canonical(file, failed).string();
     return plugin;
 }

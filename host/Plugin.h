@@ -10,9 +10,12 @@ namespace vrx::host {
 /// The talker's shared library, loaded at run time through its one entry point and unloaded again.
 class Plugin {
 public:
-    /// Loads `path`; when that is "", the first VRX_talker_norvo.so found in the folder of this program, in
-    /// ../lib beside it, or in ../lib/<architecture>. Null when that fails: `error` then names the file and the
-    /// reason. Threads: any, also several at a time.
+    /// The absolute path of what `Load(path)` loads: `path` itself, or when that is "" the VRX_talker_norvo.so that belongs
+    /// to this program, see `FindInstalled`. "" when there is none: `error` then says what to do.
+    static std::string Locate(const std::string& path, std::string& error);
+
+    /// Loads what `Locate` finds. Null when that fails: `error` then names the file and the reason. Threads:
+    /// any, also several at a time.
     static std::shared_ptr<Plugin> Load(const std::string& path, std::string& error);
     ~Plugin();
     Plugin(const Plugin&) = delete;
