@@ -1,5 +1,6 @@
 #include "tools/commands/Commands.h"
 #include "tools/commands/Subcommand.h"
+#include "tools/program/StandardOutput.h"
 #include "tools/report/Comparison.h"
 #include "tools/report/RunSummary.h"
 
@@ -26,11 +27,6 @@ RunFigures ReadRun(const std::string& path) {
     } catch (const nlohmann::json::exception& error) {
         throw Failure{kFileFailed, path + ": is no summary that vrx pump --json printed: " + error.what()};
     }
-}
-
-void Print(const std::string& text) {
-    if (std::fputs(text.c_str(), stdout) < 0 || std::fflush(stdout) != 0)
-        throw Failure{kFileFailed, std::string("cannot write to standard output: ") + std::strerror(errno)};
 }
 
 int RunCompare(const CompareOptions& options) {
