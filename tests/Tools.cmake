@@ -15,6 +15,10 @@ add_executable(tool_tests
   tools/audio/FilePump_test.cpp
   tools/audio/WaveStream_test.cpp
   tools/checks/RawConnection_test.cpp
+  host/InstalledFile_test.cpp
+  lv2/settings/BundleSettings_test.cpp
+  tools/bundles/BundleFolder_test.cpp
+  tools/bundles/BundleTurtle_test.cpp
   tools/commands/Compare_test.cpp
   tools/report/Comparison_test.cpp
   tools/commands/ConnectionOptions_test.cpp
@@ -25,6 +29,7 @@ add_executable(tool_tests
   host/BlockPump_test.cpp
   host/BlockSize_test.cpp
   host/Pacing_test.cpp
+  tools/commands/Lv2_test.cpp
   tools/commands/Pins_test.cpp
   tools/commands/Pump_test.cpp
   host/RunStatistics_test.cpp

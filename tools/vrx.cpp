@@ -25,6 +25,7 @@ int Run(int argc, char** argv) {
     AddLive(app, exitCode);
 #endif
     AddServe(app, exitCode);
+    AddLv2(app, exitCode);
     AddCaptureCommands(app, exitCode);
 
     try {

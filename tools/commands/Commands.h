@@ -17,6 +17,7 @@ void AddCheck(CLI::App& app, int& exitCode);
 void AddLive(CLI::App& app, int& exitCode);
 #endif
 void AddServe(CLI::App& app, int& exitCode);
+void AddLv2(CLI::App& app, int& exitCode);
 
 /// The commands that need the capture libraries; none where this program was built without them.
 void AddCaptureCommands(CLI::App& app, int& exitCode);
