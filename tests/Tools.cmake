@@ -48,6 +48,10 @@ target_compile_definitions(tool_tests PRIVATE
   VRX_PROGRAM="$<TARGET_FILE:vrx>")
 target_link_libraries(tool_tests PRIVATE vrx_commands vrx_build_options GTest::gtest_main)
 add_dependencies(tool_tests compare_gain minimal_host vrx)
+if(TARGET vrx_lv2_plugin)
+  target_compile_definitions(tool_tests PRIVATE VRX_LV2_BINARY="$<TARGET_FILE:vrx_lv2_plugin>")
+  add_dependencies(tool_tests vrx_lv2_plugin)
+endif()
 vrx_discover_tests(tool_tests)
 
 # The checks, against a talker and a server of another make, which are right unless they are told otherwise.

@@ -88,17 +88,18 @@ std::string PluginTurtle(const BundleSettings& settings) {
                        "@prefix units: <http://lv2plug.in/ns/extensions/units#> .\n"
                        "@prefix urid: <http://lv2plug.in/ns/ext/urid#> .\n\n";
     text += GroupTurtle(settings, "#in", "in", "Input") + GroupTurtle(settings, "#out", "out", "Output");
-    text +=
-        Uri(settings) + "\n\ta lv2:Plugin , doap:Project ;\n\tdoap:name \"VRX " + settings.name +
-        "\" ;\n"
-        "\tdoap:shortdesc \"Runs audio through a remote processing server\" ;\n"
-        "\tdoap:license <http://opensource.org/licenses/MIT> ;\n"
-        "\tdoap:maintainer [\n\t\ta foaf:Person ;\n\t\tfoaf:name \"The VRX_talker_norvo authors\"\n\t] ;\n"
-        "\tlv2:minorVersion 2 ;\n\tlv2:microVersion 0 ;\n"
-        "\tlv2:optionalFeature lv2:hardRTCapable , urid:map , opts:options , log:log ;\n"
-        "\topts:supportedOption bufsz:nominalBlockLength , bufsz:maxBlockLength ;\n"
-        "\tpg:mainInput " +
-        Uri(settings, "#in") + " ;\n\tpg:mainOutput " + Uri(settings, "#out") + " ;\n";
+    text += Uri(settings) + "\n\ta lv2:Plugin , lv2:UtilityPlugin ;\n\tdoap:name \"VRX " + settings.name +
+            "\" ;\n"
+            "\tdoap:shortdesc \"Runs audio through a remote processing server\" ;\n"
+            "\tdoap:license <http://opensource.org/licenses/MIT> ;\n"
+            "\tlv2:project [\n\t\ta doap:Project ;\n\t\tdoap:name \"VRX_talker_norvo\" ;\n"
+            "\t\tdoap:maintainer [\n\t\t\ta foaf:Person ;\n\t\t\tfoaf:name \"The VRX_talker_norvo authors\"\n"
+            "\t\t]\n\t] ;\n"
+            "\tlv2:minorVersion 2 ;\n\tlv2:microVersion 0 ;\n"
+            "\tlv2:optionalFeature lv2:hardRTCapable , urid:map , opts:options , log:log ;\n"
+            "\topts:supportedOption bufsz:nominalBlockLength , bufsz:maxBlockLength ;\n"
+            "\tpg:mainInput " +
+            Uri(settings, "#in") + " ;\n\tpg:mainOutput " + Uri(settings, "#out") + " ;\n";
     for (const bool input : {true, false})
         for (std::size_t channel = 0; channel < settings.channels; ++channel)
             text += AudioPort(settings, channel, input);
