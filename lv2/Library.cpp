@@ -47,9 +47,8 @@ private:
             log->Warn(who + error);
             throw std::runtime_error(error);
         }
-        const auto warn = [log, who = who + settings.server.Place() + ": "](const std::string& why) {
-            log->Warn(who + why);
-        };
+        const auto warn = [log, noSound = who + "no sound from " + settings.server.Place() +
+                                          ": "](const std::string& why) { log->Warn(noSound + why); };
         return [server = settings.server, library, warn](const live::Shape& shape) {
             live::BridgeParts parts;
             parts.session = std::make_unique<host::Session>(

@@ -1,0 +1,32 @@
+# Tests of the LV2 plug-in: its parts as units, and the binary in a strict host.
+if(NOT (TARGET vrx_lv2_plugin AND TARGET vrx))
+  return()
+endif()
+
+add_executable(lv2_tests
+  lv2/HostFeatures_test.cpp
+  lv2/Instance_test.cpp
+  lv2/Library_test.cpp
+  lv2/Measures_test.cpp
+  lv2/StrictHost.cpp
+  support/NoMemory.cpp
+  support/ScriptedServer.cpp
+  support/Subprocess.cpp
+)
+target_compile_definitions(lv2_tests PRIVATE
+  VRX_LV2_BINARY="$<TARGET_FILE:vrx_lv2_plugin>"
+  VRX_PLUGIN="${PROJECT_BINARY_DIR}/VRX_talker_norvo.so"
+  VRX_PROGRAM="$<TARGET_FILE:vrx>")
+target_link_libraries(lv2_tests PRIVATE vrx_lv2 vrx_build_options GTest::gtest_main ${CMAKE_DL_LIBS})
+add_dependencies(lv2_tests vrx_lv2_plugin vrx VRX_talker_norvo)
+gtest_discover_tests(lv2_tests DISCOVERY_TIMEOUT 60)
+
+find_program(VALGRIND valgrind)
+if(VALGRIND AND NOT VRX_SANITIZE)
+  add_test(NAME lv2.valgrind COMMAND ${VALGRIND} --quiet --leak-check=full --errors-for-leak-kinds=definite
+    --show-leak-kinds=definite --error-exitcode=1 --fair-sched=yes
+    $<TARGET_FILE:lv2_tests> --gtest_filter=Library*:Instance*:Host*)
+  set_tests_properties(lv2.valgrind PROPERTIES TIMEOUT 600)
+elseif(NOT VRX_SANITIZE)
+  message(STATUS "valgrind not found (Debian: valgrind): the LV2 plug-in's test under it is skipped")
+endif()
