@@ -1,7 +1,7 @@
 # What `cmake --install` puts under its prefix. Nothing that is installed holds the prefix, so that --prefix may
 # name another one than the build was configured for.
 #
-# Components: runtime, development, tools, licence.
+# Components: runtime, development, tools, lv2, licence.
 
 include(CMakePackageConfigHelpers)
 
@@ -41,6 +41,10 @@ if(TARGET vrx)
     install(FILES packaging/systemd/vrx-serve.service packaging/systemd/vrx-serve@.service
       DESTINATION lib/systemd/system COMPONENT tools)
   endif()
+endif()
+
+if(TARGET vrx_lv2_plugin)
+  install(TARGETS vrx_lv2_plugin LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}/vrx-lv2 COMPONENT lv2)
 endif()
 
 install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DATADIR}/licenses/VRX_talker_norvo COMPONENT licence)

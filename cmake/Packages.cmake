@@ -11,6 +11,9 @@ set(CPACK_COMPONENTS_ALL runtime development)
 if(TARGET vrx)
   list(APPEND CPACK_COMPONENTS_ALL tools)
 endif()
+if(TARGET vrx_lv2_plugin)
+  list(APPEND CPACK_COMPONENTS_ALL lv2)
+endif()
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_PRE_BUILD_SCRIPTS ${PROJECT_SOURCE_DIR}/packaging/finish_tree.cmake)
 
@@ -55,5 +58,14 @@ set(CPACK_DEBIAN_TOOLS_DESCRIPTION "run audio files through a remote processing 
 The program vrx drives the talker plug-in from the command line: it pumps
 audio files, shows the server's pins, sends text commands and brings a
 loopback server to try them with.")
+
+set(CPACK_DEBIAN_LV2_PACKAGE_NAME vrx-lv2)
+set(CPACK_DEBIAN_LV2_PACKAGE_SECTION sound)
+set(CPACK_COMPONENT_LV2_DEPENDS runtime)
+set(CPACK_DEBIAN_LV2_PACKAGE_RECOMMENDS vrx-tools)
+set(CPACK_DEBIAN_LV2_DESCRIPTION "run audio through a remote processing server (LV2 plug-in)
+The plug-in by which a digital audio workstation, or any other LV2 host, runs
+its audio through a remote processing server. The command \"vrx lv2 add\" of
+vrx-tools makes one for each server.")
 
 include(CPack)

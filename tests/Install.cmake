@@ -16,7 +16,7 @@ set_tests_properties(install PROPERTIES FIXTURES_REQUIRED cleared FIXTURES_SETUP
 set(VRX_INSTALL_TESTS install.tree install.cmake_consumer)
 add_test(NAME install.tree COMMAND ${CMAKE_COMMAND}
   -DPREFIX=${VRX_PREFIX} -DLIBRARY_FOLDER=${VRX_LIBRARY_FOLDER} -DSOURCE=${PROJECT_SOURCE_DIR}
-  -DVERSION=${PROJECT_VERSION} -DREADELF=${CMAKE_READELF} -DHAVE_VRX=$<TARGET_EXISTS:vrx>
+  -DVERSION=${PROJECT_VERSION} -DREADELF=${CMAKE_READELF} -DHAVE_VRX=$<TARGET_EXISTS:vrx> -DHAVE_LV2=$<TARGET_EXISTS:vrx_lv2_plugin>
   -P ${CMAKE_CURRENT_SOURCE_DIR}/library/CheckInstalledTree.cmake)
 
 add_test(NAME install.cmake_consumer COMMAND ${CMAKE_CTEST_COMMAND}
@@ -59,6 +59,7 @@ set_tests_properties(${VRX_INSTALL_TESTS} PROPERTIES FIXTURES_REQUIRED installed
 if(CMAKE_BUILD_TYPE MATCHES "^Rel" AND NOT VRX_CONSUMER_FLAGS MATCHES "-fsanitize")
   add_test(NAME hardening COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/library/check_hardening.sh ${CMAKE_READELF}
     $<TARGET_FILE:VRX_talker_norvo> $<$<TARGET_EXISTS:vrx>:$<TARGET_FILE:vrx>>
+    $<$<TARGET_EXISTS:vrx_lv2_plugin>:$<TARGET_FILE:vrx_lv2_plugin>>
     COMMAND_EXPAND_LISTS)
 endif()
 
