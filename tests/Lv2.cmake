@@ -19,7 +19,7 @@ target_compile_definitions(lv2_tests PRIVATE
   VRX_PROGRAM="$<TARGET_FILE:vrx>")
 target_link_libraries(lv2_tests PRIVATE vrx_lv2 vrx_build_options GTest::gtest_main ${CMAKE_DL_LIBS})
 add_dependencies(lv2_tests vrx_lv2_plugin vrx VRX_talker_norvo)
-gtest_discover_tests(lv2_tests DISCOVERY_TIMEOUT 60)
+vrx_discover_tests(lv2_tests)
 
 find_program(VALGRIND valgrind)
 if(VALGRIND AND NOT VRX_SANITIZE)
