@@ -30,3 +30,9 @@ if(VALGRIND AND NOT VRX_SANITIZE)
 elseif(NOT VRX_SANITIZE)
   message(STATUS "valgrind not found (Debian: valgrind): the LV2 plug-in's test under it is skipped")
 endif()
+
+# The same binary in hosts that others wrote; each is skipped where it is not installed.
+foreach(host validate bench lv2apply ffmpeg gstreamer ecasound ardour)
+  add_test(NAME lv2.hosts.${host} COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/lv2/hosts/run $<TARGET_FILE:vrx> ${host})
+  set_tests_properties(lv2.hosts.${host} PROPERTIES SKIP_RETURN_CODE 77 TIMEOUT 600)
+endforeach()
