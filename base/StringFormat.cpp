@@ -98,8 +98,7 @@ char* PutText(char* out, const char* end, const char* text) {
     if (text == nullptr) text = "(null)"; // as the C library has it
     const size_t size = std::strlen(text);
     if (size > static_cast<size_t>(end - out)) return nullptr;
-    std::memcpy(out, text, size);
-    return out + size;
+    return std::copy_n(text, size, out);
 }
 
 template <class Number>
