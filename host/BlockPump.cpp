@@ -1,6 +1,7 @@
 #include "host/BlockPump.h"
 
 #include <algorithm>
+#include <iterator>
 
 namespace vrx::host {
 
@@ -43,7 +44,8 @@ Sent BlockPump::Recover(BlockRecord& block) {
 }
 
 int RetryPause(unsigned retry) {
-    return retry > 4 ? 5000 : 500 << (retry - 1);
+    constexpr int kPauses[] = {500, 1000, 2000, 4000, 5000};
+    return kPauses[std::clamp<std::size_t>(retry, 1, std::size(kPauses)) - 1];
 }
 
 } // namespace vrx::host

@@ -36,7 +36,7 @@ std::string Plugin::Locate(const std::string& path, std::string& error) {
 std::shared_ptr<Plugin> Plugin::Load(const std::string& path, std::string& error) {
     const std::string file = Locate(path, error);
     if (file.empty()) return nullptr;
-    const std::shared_ptr<Plugin> plugin(new Plugin);
+    std::shared_ptr<Plugin> plugin(new Plugin);
     plugin->m_library = ::dlopen(file.c_str(), RTLD_NOW | RTLD_LOCAL);
     if (plugin->m_library == nullptr) {
         error = "cannot load the plug-in: " + LoaderMessage();

@@ -35,6 +35,7 @@ Answer AnswerFrom(const hostent& host) {
 /// The start of each text, then null.
 std::vector<char*> Pointers(std::vector<std::string>& texts) {
     std::vector<char*> pointers;
+    pointers.reserve(texts.size() + 1);
     for (std::string& text : texts) pointers.push_back(text.data());
     pointers.push_back(nullptr);
     return pointers;
