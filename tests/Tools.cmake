@@ -151,7 +151,7 @@ if(TARGET vrx_capture)
   target_compile_definitions(capture_tests PRIVATE VRX_PROGRAM="$<TARGET_FILE:vrx>")
   target_link_libraries(capture_tests PRIVATE vrx_capture vrx_pcap vrx_build_options GTest::gtest_main)
   add_dependencies(capture_tests vrx VRX_talker_norvo)
-  gtest_discover_tests(capture_tests DISCOVERY_TIMEOUT 60)
+  vrx_discover_tests(capture_tests)
 endif()
 
 # Not tests but runs of their own: see script/soak, script/fault-table and script/crowd.
