@@ -153,7 +153,7 @@ TEST_F(LibraryTest, GivesTheServersSoundAfterTheReportedLatency) {
 
 TEST_F(LibraryTest, ProcessesAnyNumberOfChannels) {
     const InvertingServer server;
-    for (const std::size_t channels : {1, 3, 8, 64}) {
+    for (const std::size_t channels : {1U, 3U, 8U, 64U}) {
         SCOPED_TRACE(channels);
         const Library library(Bundle(Settings(server.Port(), channels)));
         const Audio in = NoiseFrames(channels, 500);

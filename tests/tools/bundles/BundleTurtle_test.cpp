@@ -31,7 +31,7 @@ TEST(ManifestTurtle, PointsAtTheBinaryAndThePlugin) {
 }
 
 TEST(PluginTurtle, HasEachPortOnce) {
-    for (const std::size_t channels : {1, 2, 3, 64}) {
+    for (const std::size_t channels : {1U, 2U, 3U, 64U}) {
         SCOPED_TRACE(channels);
         const std::string text = PluginTurtle(Settings(channels));
         EXPECT_EQ(Count(text, "lv2:port ["), 2 * channels + 4);
