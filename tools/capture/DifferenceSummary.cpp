@@ -73,7 +73,8 @@ std::string DifferenceSummary::Table() const {
     for (const auto& [name, value] : rows) {
         std::string line(name);
         line.resize(22, ' ');
-        table += line + std::string(value.size() < 12 ? 12 - value.size() : 0, ' ') + value + "\n";
+        line.append(value.size() < 12 ? 12 - value.size() : 0, ' ').append(value).append("\n");
+        table += line;
     }
     return table;
 }

@@ -149,7 +149,7 @@ std::optional<Difference> ExchangeComparer::CompareRequests(const Exchange& a, c
 }
 
 std::optional<Difference> ExchangeComparer::CompareRequestPackets(std::string_view a, std::string_view b) {
-    if (const auto difference = CompareFields(
+    if (auto difference = CompareFields(
             a, b, {{"request command", 12}, {"request argument words", 8}, {"request reply words", 16}}))
         return difference;
     const std::size_t objectsA = ObjectsAt(a);
@@ -203,12 +203,12 @@ std::optional<Difference> ExchangeComparer::CompareReplyFrames(std::string_view 
         if (Timeless(a) == Timeless(b)) return {};
         return Difference{"reply text", ShownText(Timeless(a)), ShownText(Timeless(b))};
     }
-    if (const auto difference = CompareFields(a, b,
-                                              {{"reply tag", 0},
-                                               {"reply length", 4},
-                                               {"reply words", 8},
-                                               {"reply command", 12},
-                                               {"reply status", 16, true}}))
+    if (auto difference = CompareFields(a, b,
+                                        {{"reply tag", 0},
+                                         {"reply length", 4},
+                                         {"reply words", 8},
+                                         {"reply command", 12},
+                                         {"reply status", 16, true}}))
         return difference;
     const std::string_view samplesA = a.substr(std::min(a.size(), kCyclesEnd));
     const std::string_view samplesB = b.substr(std::min(b.size(), kCyclesEnd));

@@ -255,7 +255,7 @@ int RunLive(const LiveOptions& options) {
     for (const std::string& path : {options.report, options.csv})
         if (!path.empty()) OutputFile::Check(path, options.force);
     // For good: a talker that is let go may print its lines to the last.
-    Client& client = *new Client(options.server);
+    static Client& client = *new Client(options.server);
     LivePlayer player(options.channels); // JACK calls it to the last
     JackClient jack(options.name, options.channels);
     client.Connect();
