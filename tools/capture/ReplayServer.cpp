@@ -298,7 +298,7 @@ std::string ReplayServer::Service::Run(const std::function<bool()>& stopped) {
     Accept();
     AskWhetherStopped(stopped);
     m_io.run();
-    if (m_failure) throw *m_failure;
+    if (m_failure) throw Failure{m_failure->code, m_failure->message};
     return m_difference;
 }
 
