@@ -20,6 +20,7 @@ using std::chrono::milliseconds;
 template <class Work>
 void InThreads(int count, const Work& work) {
     std::vector<std::thread> threads;
+    threads.reserve(static_cast<std::size_t>(count));
     for (int i = 0; i < count; ++i) threads.emplace_back([&work, i] { work(i); });
     for (std::thread& thread : threads) thread.join();
 }

@@ -305,6 +305,7 @@ void TenSeconds(Trial& trial) {
             return Ended{result, std::chrono::duration<double>(Clock::now() - began).count()};
         }));
     std::vector<Ended> ended;
+    ended.reserve(ends.size());
     for (auto& end : ends) ended.push_back(end.get());
     const std::string printed = "\n" + bench.Printed() + "\n";
     for (std::size_t i = 0; i < servers.size(); ++i) {

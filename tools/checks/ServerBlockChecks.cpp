@@ -127,6 +127,7 @@ void NoStalls(Trial& trial) {
     const std::size_t words = SmallBlock(trial);
     ServerClient client(trial);
     std::vector<double> times;
+    times.reserve(kBlocks);
     for (int i = 0; i < kBlocks; ++i)
         times.push_back(client.Ask(BlockRequest(trial.Target(), words, words)).seconds);
     std::ranges::nth_element(times, times.begin() + kBlocks / 2);

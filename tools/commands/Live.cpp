@@ -335,7 +335,7 @@ constexpr char kFooter[] =
 
 void AddLive(CLI::App& app, int& exitCode) {
     Subcommand<LiveOptions> command(app, exitCode, "live",
-                                    "Run live sound through the server, as a JACK client", RunLive, kFooter);
+                                    "Run live sound through the server (JACK)", RunLive, kFooter);
     LiveOptions& options = command.Values();
     AddConnectionOptions(command.Command(), options.server);
     command.AddWithDefault("--channels", options.channels, "N", "Inputs, and as many outputs")
