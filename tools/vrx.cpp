@@ -10,8 +10,7 @@ int Run(int argc, char** argv) {
     app.set_version_flag("--version", "vrx " VRX_VERSION, "Print the version and exit");
     app.require_subcommand(1);
     app.footer("Exit codes: 0 done, 1 wrong usage, 2 input or output file (also the plug-in's),\n"
-               "3 cannot connect, 4 failed while running, 5 interrupted.\n"
-               "More on each command: vrx COMMAND --help");
+               "3 cannot connect, 4 failed while running, 5 interrupted. See vrx COMMAND --help");
 
     int exitCode = kDone;
     AddPump(app, exitCode);

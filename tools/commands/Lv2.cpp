@@ -130,7 +130,7 @@ void AddAdd(CLI::App& lv2, int& exitCode) {
 } // namespace
 
 void AddLv2(CLI::App& app, int& exitCode) {
-    CLI::App* lv2 = app.add_subcommand("lv2", "Make, list and remove LV2 plug-ins, one for each server");
+    CLI::App* lv2 = app.add_subcommand("lv2", "Make, list and remove LV2 plug-ins, one a server");
     lv2->require_subcommand(1);
     lv2->footer("More on each: vrx lv2 COMMAND --help");
     AddAdd(*lv2, exitCode);
