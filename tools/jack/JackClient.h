@@ -6,8 +6,9 @@
 #include <string>
 #include <vector>
 
-typedef struct _jack_client jack_client_t;
-typedef struct _jack_port jack_port_t;
+// JACK's own names.
+typedef struct _jack_client jack_client_t; // NOLINT(bugprone-reserved-identifier)
+typedef struct _jack_port jack_port_t;     // NOLINT(bugprone-reserved-identifier)
 
 namespace vrx::tool {
 

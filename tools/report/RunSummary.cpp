@@ -13,7 +13,7 @@ constexpr std::size_t kColumns = 100;
 /// character.
 std::string Shortened(const std::string& name, std::size_t width) {
     constexpr std::string_view kCut = "...";
-    const std::string text = WithoutControls(name);
+    std::string text = WithoutControls(name);
     if (text.size() <= width) return text;
     std::size_t from = text.size() - (width - kCut.size());
     while (from < text.size() && (static_cast<unsigned char>(text[from]) & 0xC0) == 0x80) ++from;
