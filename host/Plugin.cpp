@@ -26,7 +26,7 @@ std::string Plugin::Locate(const std::string& path, std::string& error) {
     std::error_code failed;
     // A name without a slash would be searched for in the system's library folders.
     if (!path.empty()) return fs::absolute(path, failed).lexically_normal().string();
-    const std::string file = FindInstalled(kPluginName);
+    std::string file = FindInstalled(kPluginName);
     if (file.empty())
         error = std::string("no ") + kPluginName + " beside this program (" + ProgramFolder() +
                 ") or in ../lib; name it with --plugin PATH";

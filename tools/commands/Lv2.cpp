@@ -36,7 +36,7 @@ struct RemoveOptions {
 
 /// The binary that all bundles link to. Throws Failure when it is not installed.
 std::string FindBinary() {
-    const std::string binary = host::FindInstalled(std::string("vrx-lv2/") + lv2::kBinaryFile);
+    std::string binary = host::FindInstalled(std::string("vrx-lv2/") + lv2::kBinaryFile);
     if (!binary.empty()) return binary;
     throw Failure{kFileFailed, std::string("no vrx-lv2/") + lv2::kBinaryFile + " beside this program (" +
                                    host::ProgramFolder() + ") or in ../lib: install the package vrx-lv2"};
@@ -45,7 +45,7 @@ std::string FindBinary() {
 /// Where the talker lies. Throws Failure when it is not there, or no talker.
 std::string FindTalker(const std::string& path) {
     std::string error;
-    const std::string file = host::Plugin::Locate(path, error);
+    std::string file = host::Plugin::Locate(path, error);
     if (file.empty() || !host::Plugin::Load(file, error)) throw Failure{kFileFailed, error};
     return file;
 }
