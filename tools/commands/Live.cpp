@@ -334,8 +334,8 @@ constexpr char kFooter[] =
 } // namespace
 
 void AddLive(CLI::App& app, int& exitCode) {
-    Subcommand<LiveOptions> command(app, exitCode, "live",
-                                    "Run live sound through the server (JACK)", RunLive, kFooter);
+    Subcommand<LiveOptions> command(app, exitCode, "live", "Run live sound through the server (JACK)",
+                                    RunLive, kFooter);
     LiveOptions& options = command.Values();
     AddConnectionOptions(command.Command(), options.server);
     command.AddWithDefault("--channels", options.channels, "N", "Inputs, and as many outputs")
