@@ -721,7 +721,8 @@ TEST_F(CTcpIOTalkTest, EachTenUnitsAreOneTick) {
     for (const int timeout : {10, 19, 50, 1000}) {
         SCOPED_TRACE(timeout);
         calls::Reset();
-        calls::SetTickMicroseconds(500);
+        // Long enough for the receive to begin within one, also on a busy machine.
+        calls::SetTickMicroseconds(timeout < 1000 ? 20'000 : 5'000);
         m_talk = std::make_unique<CTcpIOTalk>();
         ScriptedServer server({[](Peer& peer) { peer.WaitForClose(); }});
         EXPECT_EQ(Text(server, "?", timeout).code, kTimedOut);
