@@ -85,7 +85,7 @@ TEST_F(Lv2, ListsAndRemoves) {
 }
 
 TEST_F(Lv2, PutsBundlesIntoTheHomeFolder) {
-    const auto in = [this](const char* home, const Strings& arguments) {
+    const auto in = [](const char* home, const Strings& arguments) {
         Strings command{"env", std::string("HOME=") + home, VRX_PROGRAM, "lv2"};
         command.insert(command.end(), arguments.begin(), arguments.end());
         return RunProgram(command);
