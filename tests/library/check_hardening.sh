@@ -23,6 +23,6 @@ for file in "$@"; do
     expect "position independence" "$file" 'Type: *DYN' "$headers"
     expect "plain stack" "$file" 'GNU_STACK .* RW ' "$headers"
     expect "stack protector" "$file" '__stack_chk_fail' "$symbols"
-    expect "checked library calls" "$file" '__printf_chk' "$symbols"
+    expect "checked library calls" "$file" '__[a-z]*(printf|mem[a-z]+|str[a-z]+)_chk' "$symbols"
 done
 [ "$failures" -eq 0 ]
