@@ -130,7 +130,7 @@ private:
     void Follow(Tins::PDU& packet, TCP& tcp);
     void ForgetEarlier(const Tins::PDU& packet, const TCP& tcp);
     void Opened(Stream& stream);
-    void Bytes(Tracked& tracked, bool streamClient, const Stream::payload_type& payload);
+    void Bytes(bool streamClient, const Stream::payload_type& payload);
     static void HoldEarlyEnd(Tracked& tracked, bool streamClient, const Tins::PDU& packet, TCP& tcp);
     void TakeHeldEnds(Tracked& tracked);
     void TakeEnd(Tracked& tracked, bool streamClient, unsigned flags);
@@ -171,7 +171,7 @@ CaptureReader::Follower::Follower(const std::string& path) : m_path(path) {
         throw Failure{kFileFailed, path + ": was captured on a kind of link that is not read here (" + kind +
                                        "): capture on Ethernet, on loopback or on \"any\""};
     }
-    m_streams.stream_keep_alive(std::chrono::hours(24));
+    m_streams.stream_keep_alive(std::chrono::hours(24 * 365)); // by the clock of now: nothing to a file
     m_streams.follow_partial_streams(true);
     m_streams.new_stream_callback([this](Stream& each) { Opened(each); });
     m_streams.stream_termination_callback([this](Stream&, StreamFollower::TerminationReason) {
@@ -233,22 +233,24 @@ void CaptureReader::Follower::TakePacket(const pcap_pkthdr& header, std::string_
 }
 
 void CaptureReader::Follower::Follow(Tins::PDU& packet, TCP& tcp) {
-    constexpr unsigned kCongestion = TCP::ECE | TCP::CWR;
-    tcp.flags(
-        static_cast<std::uint16_t>(tcp.flags() & ~kCongestion)); // with them the follower sees no beginning
+    constexpr unsigned kCongestion = TCP::ECE | TCP::CWR; // with them the follower sees no beginning,
+    const unsigned behindReset = (tcp.flags() & TCP::RST) != 0 ? TCP::FIN : 0; // and with this no reset
+    tcp.flags(static_cast<std::uint16_t>(tcp.flags() & ~(kCongestion | behindReset)));
     m_current = StreamIdentifier::make_identifier(packet);
     if (tcp.flags() == TCP::SYN) ForgetEarlier(packet, tcp);
     if (m_ended.contains(m_current)) return;
-    const auto found = m_open.find(m_current);
-    if (found == m_open.end()) return m_streams.process_packet(packet); // a new one calls Opened
 
-    Tracked& tracked = found->second;
-    const bool streamClient = tracked.stream->client_flow().packet_belongs(packet);
-    if ((tcp.flags() & TCP::FIN) != 0) HoldEarlyEnd(tracked, streamClient, packet, tcp);
-    m_streams.process_packet(packet);
-    if (!m_open.contains(m_current)) return; // the follower gave it up
-    TakeEnd(tracked, streamClient, tcp.flags());
-    if (m_open.contains(m_current)) TakeHeldEnds(tracked);
+    const auto known = m_open.find(m_current);
+    const bool streamClient =
+        known == m_open.end() || known->second.stream->client_flow().packet_belongs(packet);
+    if (known != m_open.end() && (tcp.flags() & TCP::FIN) != 0)
+        HoldEarlyEnd(known->second, streamClient, packet, tcp);
+    m_streams.process_packet(packet); // a new one calls Opened
+
+    const auto open = m_open.find(m_current);
+    if (open == m_open.end()) return; // nothing to follow, or the follower gave it up
+    TakeEnd(open->second, streamClient, tcp.flags());
+    if (m_open.contains(m_current)) TakeHeldEnds(open->second);
 }
 
 /// A new connection between two ends that had another one: the end of that was not captured.
@@ -282,15 +284,14 @@ void CaptureReader::Follower::Opened(Stream& stream) {
     const std::string server = ServerText(stream, tracked.swapped);
     if (m_servers.size() < kMostServers) m_servers.insert(server);
     Emit(tracked, CaptureEvent::kOpened, true, server);
-    stream.client_data_callback(
-        [this, &tracked](Stream& each) { Bytes(tracked, true, each.client_payload()); });
-    stream.server_data_callback(
-        [this, &tracked](Stream& each) { Bytes(tracked, false, each.server_payload()); });
+    stream.client_data_callback([this](Stream& each) { Bytes(true, each.client_payload()); });
+    stream.server_data_callback([this](Stream& each) { Bytes(false, each.server_payload()); });
 }
 
-void CaptureReader::Follower::Bytes(Tracked& tracked, bool streamClient,
-                                    const Stream::payload_type& payload) {
-    if (payload.empty()) return; // was sent again
+void CaptureReader::Follower::Bytes(bool streamClient, const Stream::payload_type& payload) {
+    const auto open = m_open.find(m_current);
+    if (open == m_open.end() || payload.empty()) return; // forgotten, or was sent again
+    Tracked& tracked = open->second;
     std::string bytes(payload.begin(), payload.end());
     if (!tracked.synchronized) {
         const bool fromClient = streamClient != tracked.swapped;

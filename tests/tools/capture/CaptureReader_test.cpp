@@ -196,6 +196,39 @@ TEST_F(CaptureReaderTest, ANewConnectionOfTheSameEndsIsAnother) {
               "1(10.0.0.1:7000 1C! 2(10.0.0.1:7000 2C:new");
 }
 
+TEST_F(CaptureReaderTest, EndsInAnyOrderAreTaken) {
+    constexpr unsigned kReset = TCP::RST | TCP::ACK;
+    const std::string request = "connect,h,1\n";
+    struct Case {
+        const char* name;
+        std::vector<Sent> packets;
+        const char* told;
+    };
+    const Case cases[] = {
+        {"a reset in the first packet",
+         {{Side::kClient, kData | kReset, 101, request}, {Side::kClient, kData, 113, "x"}},
+         "1(10.0.0.1:7000 1C:connect,h,1\n 1C!"},
+        {"an end in the first packet",
+         {{Side::kClient, kData | kFin, 101, request, 501},
+          {Side::kServer, kData | kFin, 501, "a\n", 114},
+          {Side::kClient, kData, 114, "x"},
+          {Side::kServer, kData, 504, "y"}},
+         "1(10.0.0.1:7000 1C:connect,h,1\n 1C) 1S:a\n 1S)"},
+        {"a reset and an end in one packet, then another connection",
+         After(kHandshake, {{Side::kClient, kReset | kFin, 101},
+                            {Side::kClient, TCP::SYN, 300},
+                            {Side::kClient, kData, 301, request}}),
+         "1(10.0.0.1:7000 1C! 2(10.0.0.1:7000 2C:connect,h,1\n"},
+        {"another connection whose first packet could belong to the one before",
+         After(kHandshake, {{Side::kClient, TCP::SYN, 101, "y"}, {Side::kClient, kData, 102, "x"}}),
+         "1(10.0.0.1:7000 1? 2(10.0.0.1:7000 2C:x"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        EXPECT_EQ(Raw(c.packets), c.told);
+    }
+}
+
 TEST_F(CaptureReaderTest, ReadsEveryKindOfLink) {
     using namespace std::string_literals;
     struct Case {
