@@ -26,7 +26,7 @@ if(VALGRIND AND NOT VRX_SANITIZE)
   add_test(NAME lv2.valgrind COMMAND ${VALGRIND} --quiet --leak-check=full --errors-for-leak-kinds=definite
     --show-leak-kinds=definite --error-exitcode=1 --fair-sched=yes
     $<TARGET_FILE:lv2_tests> --gtest_filter=Library*:Instance*:Host*)
-  set_tests_properties(lv2.valgrind PROPERTIES TIMEOUT 600)
+  set_tests_properties(lv2.valgrind PROPERTIES TIMEOUT 600 COST 100)
 elseif(NOT VRX_SANITIZE)
   message(STATUS "valgrind not found (Debian: valgrind): the LV2 plug-in's test under it is skipped")
 endif()
@@ -34,5 +34,5 @@ endif()
 # The same binary in hosts that others wrote; each is skipped where it is not installed.
 foreach(host validate bench lv2apply ffmpeg gstreamer ecasound ardour)
   add_test(NAME lv2.hosts.${host} COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/lv2/hosts/run $<TARGET_FILE:vrx> ${host})
-  set_tests_properties(lv2.hosts.${host} PROPERTIES SKIP_RETURN_CODE 77 TIMEOUT 600)
+  set_tests_properties(lv2.hosts.${host} PROPERTIES SKIP_RETURN_CODE 77 TIMEOUT 600 COST 100)
 endforeach()

@@ -76,7 +76,7 @@ target_compile_definitions(check_tests PRIVATE
   VRX_PROGRAM="$<TARGET_FILE:vrx>")
 target_link_libraries(check_tests PRIVATE vrx_checks vrx_build_options GTest::gtest_main)
 add_dependencies(check_tests other_plugin other_server vrx)
-vrx_discover_tests(check_tests)
+vrx_discover_tests(check_tests PROPERTIES COST 50)
 
 # Blocks of more than one segment over a link that cuts them, where the machine allows one.
 add_test(NAME whole_replies COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/tools/commands/WholeReplies_test.sh
