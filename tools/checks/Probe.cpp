@@ -5,6 +5,9 @@
 #include "tools/checks/Expect.h"
 #include "tools/checks/ServerBench.h"
 
+#include <cstring>
+#include <strings.h>
+
 namespace vrx::tool {
 
 namespace {
@@ -16,7 +19,10 @@ void LoadPlugin(Trial& trial) {
 }
 
 bool IsWeb(const std::string& answer) {
-    return answer.starts_with("HTTP/") || answer.starts_with("<");
+    const auto begins = [&answer](const char* text) {
+        return ::strncasecmp(answer.c_str(), text, std::strlen(text)) == 0;
+    };
+    return begins("HTTP/") || begins("<html") || begins("<!doctype html");
 }
 
 void FindServer(Trial& trial) {

@@ -5,9 +5,11 @@
 
 #include <algorithm>
 #include <bit>
+#include <cerrno>
 #include <cmath>
 #include <cstring>
 #include <poll.h>
+#include <sys/socket.h>
 
 namespace vrx::tool {
 
@@ -56,6 +58,8 @@ std::string ServerReply::Shown() const {
                std::to_string(Status());
     case kLine:
         return "the text " + tool::Shown(bytes);
+    case kHidden:
+        return "the text " + tool::Shown(bytes) + ", whose zero byte hides the line feed";
     case kEnd:
         return "the end of the connection" + came;
     case kReset:
@@ -81,19 +85,27 @@ ServerClient::ServerClient(Trial& trial, bool hello) : m_trial(trial) {
     trial.Doing("connected to " + target.Name());
     if (!hello) return;
     const ServerReply reply = Ask(ServerConnectText(target));
-    Expect(reply.kind == ServerReply::kLine || reply.kind == ServerReply::kPacket,
-           "the connect text is answered with a line", reply.Shown(), "talkers cannot connect");
+    Expect(reply.IsAnswer(), "the connect text is answered with a line", reply.Shown(),
+           "talkers cannot connect");
 }
 
-bool ServerReply::Alone() const {
-    if (kind == kPacket) return bytes.size() == Word(4);
-    return kind != kLine || bytes.find('\n') + 1 == bytes.size();
+std::string ServerReply::Behind() const {
+    if (!IsAnswer()) return "";
+    return bytes.substr(kind == kPacket ? std::min<std::size_t>(Word(4), bytes.size())
+                                        : bytes.find('\n') + 1);
 }
 
-void ServerClient::Send(std::string_view bytes) {
+bool ServerClient::Send(std::string_view bytes, milliseconds patience) {
     m_trial.Doing("sending " + std::to_string(bytes.size()) + " bytes to the server");
-    asio::error_code gone; // the next receive finds out
-    asio::write(m_socket, asio::buffer(bytes.data(), bytes.size()), gone);
+    while (!bytes.empty()) {
+        pollfd room{m_socket.native_handle(), POLLOUT, 0};
+        if (::poll(&room, 1, static_cast<int>(patience.count())) != 1) return false;
+        const ssize_t sent =
+            ::send(m_socket.native_handle(), bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+        if (sent < 0 && errno != EAGAIN) return false; // the next receive finds out
+        bytes.remove_prefix(static_cast<std::size_t>(std::max<ssize_t>(sent, 0)));
+    }
+    return true;
 }
 
 ServerReply ServerClient::Receive(milliseconds patience) {
@@ -110,7 +122,8 @@ ServerReply ServerClient::Receive(milliseconds patience) {
         }
         const std::size_t feed = packet ? reply.bytes.npos : reply.bytes.find('\n');
         if (feed != reply.bytes.npos) {
-            reply.kind = ServerReply::kLine;
+            const bool hidden = reply.bytes.find('\0') < feed;
+            reply.kind = hidden ? ServerReply::kHidden : ServerReply::kLine;
             return reply;
         }
         const auto left = std::chrono::duration_cast<milliseconds>(began + patience - Clock::now());
@@ -131,6 +144,20 @@ ServerReply ServerClient::Receive(milliseconds patience) {
 ServerReply ServerClient::Ask(std::string_view request, milliseconds patience) {
     Send(request);
     return Receive(patience);
+}
+
+std::string ServerClient::Take(std::size_t count) {
+    m_trial.Doing("waiting for " + std::to_string(count) + " bytes of the server");
+    std::string bytes;
+    while (bytes.size() < count && !Quiet(kServerPatience)) {
+        char piece[65536];
+        asio::error_code ended;
+        const std::size_t most = std::min(sizeof piece, count - bytes.size());
+        const std::size_t got = m_socket.read_some(asio::buffer(piece, most), ended);
+        if (ended) break;
+        bytes.append(piece, got);
+    }
+    return bytes;
 }
 
 bool ServerClient::Quiet(milliseconds time) {
@@ -203,6 +230,15 @@ BlockShape FindBlock(Trial& trial) {
          "--output, --block and --channels"}};
 }
 
+std::optional<std::size_t> SegmentWords(Trial& trial, const BlockShape& shape) {
+    constexpr std::size_t kMost = (host::kSegmentBytes - host::kReplyHeaderBytes) / 4;
+    if (shape.words <= kMost) return shape.words;
+    const std::size_t words = kMost / shape.channels * shape.channels;
+    ServerClient client(trial);
+    if (!client.Ask(BlockRequest(trial.Target(), words, words)).Accepted()) return std::nullopt;
+    return words;
+}
+
 std::string BlockRequest(const CheckTarget& target, std::size_t in, std::size_t out) {
     std::vector<std::uint32_t> words(in);
     for (std::size_t i = 0; i < in; ++i)
@@ -237,7 +273,7 @@ void ExpectOthersServed(Trial& trial, std::size_t words, const std::string& when
     const char* means = "one client's mistake stops all others";
     ServerClient client(trial, false);
     ServerReply reply = client.Ask(ServerConnectText(trial.Target()), patience);
-    Expect(reply.kind == ServerReply::kLine || reply.kind == ServerReply::kPacket,
+    Expect(reply.IsAnswer(),
            when + ", another client is answered within " + std::to_string(patience.count()) + " ms",
            reply.Shown(), means);
     const auto used = std::chrono::duration_cast<milliseconds>(Clock::now() - began);

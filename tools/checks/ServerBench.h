@@ -9,6 +9,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -32,6 +33,7 @@ struct ServerReply {
     enum Kind {
         kPacket,  ///< whole by its length word
         kLine,    ///< a text line, its line feed included
+        kHidden,  ///< a text line whose line feed stands behind a zero byte, where talkers do not see it
         kEnd,     ///< the server closed, perhaps after some bytes
         kReset,   ///< the server reset, perhaps after some bytes
         kSilence, ///< not whole in time
@@ -44,12 +46,15 @@ struct ServerReply {
     std::uint32_t Word(std::size_t offset) const;
     std::int32_t Status() const { return static_cast<std::int32_t>(Word(16)); }
     std::size_t DataWords() const;
+    /// A packet or a text line: the talker's wait has an end.
+    bool IsAnswer() const { return kind == kLine || kind == kPacket; }
     /// A packet whose status is not negative.
     bool Accepted() const { return kind == kPacket && bytes.size() >= 20 && Status() >= 0; }
     /// A text line, or a packet with a negative status.
     bool Refused() const { return kind == kLine || (kind == kPacket && bytes.size() >= 20 && Status() < 0); }
-    /// True when nothing came behind the line or the packet.
-    bool Alone() const;
+    /// What came behind the line or the packet in the same receive.
+    std::string Behind() const;
+    bool Alone() const { return Behind().empty(); }
     /// For observations.
     std::string Shown() const;
 };
@@ -60,10 +65,14 @@ public:
     /// Connects; throws Mismatch when that fails. With `hello` it sends the connect text and takes the answer.
     explicit ServerClient(Trial& trial, bool hello = true);
 
-    /// What a server that has gone does not take is dropped.
-    void Send(std::string_view bytes);
+    /// What a server that has gone, or that does not go on receiving within `patience`, does not take is dropped:
+    /// false.
+    bool Send(std::string_view bytes, std::chrono::milliseconds patience = kServerPatience);
     ServerReply Receive(std::chrono::milliseconds patience = kServerPatience);
     ServerReply Ask(std::string_view request, std::chrono::milliseconds patience = kServerPatience);
+
+    /// So many bytes, or what there is of them when the connection ends or nothing comes for kServerPatience.
+    std::string Take(std::size_t count);
 
     /// True when nothing comes for so long.
     bool Quiet(std::chrono::milliseconds time);
@@ -88,6 +97,9 @@ struct BlockShape {
 /// Looks for a size that the server takes: as the options or the pins say, else one segment. Throws Mismatch when there
 /// is none.
 BlockShape FindBlock(Trial& trial);
+
+/// A number of words whose reply fits one segment; none when the server takes no block of that size.
+std::optional<std::size_t> SegmentWords(Trial& trial, const BlockShape& shape);
 
 /// A request for `in` words of a quiet tone and `out` words back.
 std::string BlockRequest(const CheckTarget& target, std::size_t in, std::size_t out);

@@ -14,7 +14,6 @@ namespace {
 using std::chrono::milliseconds;
 
 constexpr milliseconds kQuiet{50};
-constexpr std::size_t kSegmentWords = (host::kSegmentBytes - host::kReplyHeaderBytes) / 4;
 
 void TakesBlocks(Trial& trial) {
     (void)FindBlock(trial);
@@ -25,6 +24,23 @@ void BlockReply(Trial& trial) {
     ServerClient client(trial);
     ExpectBlock("for a block of " + std::to_string(shape.words) + " words",
                 client.Ask(BlockRequest(trial.Target(), shape.words, shape.words)), shape.words);
+}
+
+/// Words that look like something else: a line feed, a marker, zeroes. As floats they are all tiny.
+void AnyWords(Trial& trial) {
+    const std::size_t words = FindBlock(trial).words;
+    ServerClient client(trial);
+    for (const std::uint32_t word : {0x0A0A0A0AU, host::kPacketTag, 0U, 0x0A0D0A0DU, 0x80000000U}) {
+        const std::vector<std::uint32_t> in(words, word);
+        const std::string when = "for a block whose words are all " + Hex(word);
+        ExpectBlock(
+            when,
+            client.Ask(SamplesRequest(ServerNames(trial.Target()), in, static_cast<std::uint32_t>(words))),
+            words);
+        Expect(client.Quiet(kQuiet), when + ", one reply comes and nothing after it", "more bytes came",
+               "requests are told apart by their length words, and blocks may hold any bytes");
+    }
+    ExpectServed(client, trial.Target(), words, "after blocks of such words");
 }
 
 void OneReply(Trial& trial) {
@@ -61,13 +77,9 @@ void Counts(Trial& trial) {
 
 /// A size whose reply fits one segment.
 std::size_t SmallBlock(Trial& trial) {
-    const BlockShape shape = FindBlock(trial);
-    if (shape.words <= kSegmentWords) return shape.words;
-    const std::size_t words = kSegmentWords / shape.channels * shape.channels;
-    ServerClient client(trial);
-    if (!client.Ask(BlockRequest(trial.Target(), words, words)).Accepted())
-        throw Untried{"the server takes no block whose reply fits one segment"};
-    return words;
+    const auto words = SegmentWords(trial, FindBlock(trial));
+    if (!words) throw Untried{"the server takes no block whose reply fits one segment"};
+    return *words;
 }
 
 void OnePiece(Trial& trial) {
@@ -76,6 +88,7 @@ void OnePiece(Trial& trial) {
     ServerClient client(trial);
     for (int i = 1; i <= kBlocks; ++i) {
         const ServerReply reply = client.Ask(BlockRequest(trial.Target(), words, words));
+        ExpectBlock("for block " + std::to_string(i), reply, words);
         Expect(reply.pieces <= 1,
                "a reply of " + std::to_string(reply.bytes.size()) + " bytes comes in one piece",
                "reply " + std::to_string(i) + " came in " + std::to_string(reply.pieces) + " pieces",
@@ -147,6 +160,8 @@ constexpr Check kChecks[] = {
      BlockReply},
     {"one-reply", CheckTarget::kServer, 3, "Each block is answered by one reply and nothing else.",
      "takes-blocks", 60, OneReply},
+    {"any-words", CheckTarget::kServer, 3, "Blocks may hold line feeds, markers and zeroes.", "takes-blocks",
+     60, AnyWords},
     {"counts", CheckTarget::kServer, 3, "More or fewer words back than sent, or none, as asked for.",
      "takes-blocks", 60, Counts},
     {"one-piece", CheckTarget::kServer, 4, "A reply that fits one segment comes in one piece.",

@@ -15,10 +15,9 @@ namespace {
 using std::chrono::milliseconds;
 
 constexpr milliseconds kSecond{1000};
-
-bool IsAnswer(const ServerReply& reply) {
-    return reply.kind == ServerReply::kLine || reply.kind == ServerReply::kPacket;
-}
+constexpr milliseconds kSlowNetwork{2000};
+/// A server has a second for others while one client misbehaves; the rest is room for a busy machine.
+constexpr milliseconds kSecondAndRoom{4000};
 
 /// Sends a request in pieces of so many bytes, each in a segment of its own.
 void SendInPieces(ServerClient& client, const std::string& request, std::size_t piece) {
@@ -36,11 +35,16 @@ void InPieces(Trial& trial) {
     ServerClient client(trial);
     SendInPieces(client, ServerConnectText(target), 1);
     const ServerReply text = client.Receive();
-    Expect(IsAnswer(text), "a connect text that comes byte by byte is answered", text.Shown(), means);
+    Expect(text.IsAnswer(), "a connect text that comes byte by byte is answered", text.Shown(), means);
     SendInPieces(client, ServerPinRequest(target), 1);
     const ServerReply pins = client.Receive();
-    Expect(IsAnswer(pins), "a request for the pins that comes byte by byte is answered", pins.Shown(), means);
+    Expect(pins.IsAnswer(), "a request for the pins that comes byte by byte is answered", pins.Shown(),
+           means);
     const std::string block = BlockRequest(target, words, words);
+    client.Send(std::string_view(block).substr(0, 30));
+    std::this_thread::sleep_for(kSlowNetwork);
+    client.Send(std::string_view(block).substr(30));
+    ExpectBlock("for a block that comes in two pieces, two seconds apart", client.Receive(), words);
     for (const std::size_t piece :
          {std::max<std::size_t>(1, block.size() / 700), std::size_t{7}, block.size() - 1}) {
         if (block.size() / piece > 1000) continue;
@@ -55,18 +59,22 @@ void TwoAtATime(Trial& trial) {
     const CheckTarget& target = trial.Target();
     const std::size_t words = FindBlock(trial).words;
     const std::string block = BlockRequest(target, words, words);
+    const std::size_t size = host::kReplyHeaderBytes + 4 * words;
+    const char* means = "a request that comes together with another one is lost";
     ServerClient client(trial);
     client.Send(block + block);
-    std::string bytes;
-    const std::size_t size = host::kReplyHeaderBytes + 4 * words;
-    while (bytes.size() < 2 * size) {
-        const ServerReply reply = client.Receive();
-        if (reply.kind != ServerReply::kPacket) break;
-        bytes += reply.bytes;
-    }
-    ExpectSame("two blocks sent at once are answered by packets of bytes in all:", 2 * size, bytes.size(),
-               "a request that comes together with another one is lost");
-    ExpectServed(client, target, words, "after two blocks at once");
+    ExpectSame("two blocks sent at once are answered by packets of bytes in all:", 2 * size,
+               client.Take(2 * size).size(), means);
+    client.Send(ServerConnectText(target) + block);
+    const ServerReply line = client.Receive();
+    Expect(line.IsAnswer(), "a text that comes together with a block is answered", line.Shown(), means);
+    std::string packet = line.Behind();
+    packet += client.Take(size - std::min(size, packet.size()));
+    Expect(packet.size() == size && packet.starts_with(host::kPacketTagBytes),
+           "a block that comes behind a text is answered by a packet of " + std::to_string(size) +
+               " bytes behind the text's answer",
+           Shown(packet), means);
+    ExpectServed(client, target, words, "after requests that came together");
 }
 
 /// Clients that end in the middle of something.
@@ -105,6 +113,11 @@ void WholeReplies(Trial& trial) {
     ExpectServed(client, target, words, "after a reply of 2,040 words");
 }
 
+/// What stands behind the head.
+std::string Samples(const ServerReply& reply) {
+    return reply.bytes.substr(std::min(reply.bytes.size(), host::kReplyHeaderBytes));
+}
+
 /// The replies to a fixed row of blocks, which a server's state makes differ from each other.
 std::vector<std::string> Replies(ServerClient& client, const CheckTarget& target, std::size_t words,
                                  int blocks) {
@@ -113,9 +126,20 @@ std::vector<std::string> Replies(ServerClient& client, const CheckTarget& target
         const ServerReply reply = client.Ask(BlockRequest(target, words, words));
         Expect(reply.Accepted(), "each client's blocks are answered", reply.Shown(),
                "a client is not served");
-        replies.push_back(reply.bytes.substr(std::min(reply.bytes.size(), host::kReplyHeaderBytes)));
+        replies.push_back(Samples(reply));
     }
     return replies;
+}
+
+/// The replies that a client gets to so many blocks; none when they differ from client to client.
+std::vector<std::string> SameReplies(Trial& trial, std::size_t words, int blocks) {
+    const auto alone = [&] {
+        ServerClient client(trial);
+        return Replies(client, trial.Target(), words, blocks);
+    };
+    std::vector<std::string> first = alone();
+    if (first != alone()) first.clear();
+    return first;
 }
 
 /// Throws Untried where the server says that it takes no more clients, which it may.
@@ -125,7 +149,7 @@ void Fill(Trial& trial, std::deque<ServerClient>& clients, int count) {
         const ServerReply reply = client.Ask(ServerConnectText(trial.Target()));
         const bool told = reply.kind == ServerReply::kEnd || reply.kind == ServerReply::kReset;
         if (told && i > 0) throw Untried{"the server takes no more than " + std::to_string(i) + " clients"};
-        Expect(IsAnswer(reply),
+        Expect(reply.IsAnswer(),
                "client " + std::to_string(i + 1) + " of " + std::to_string(count) + " is answered",
                reply.Shown(), "only so many hosts can use the server at a time");
     }
@@ -133,17 +157,21 @@ void Fill(Trial& trial, std::deque<ServerClient>& clients, int count) {
 
 void ManyClients(Trial& trial) {
     constexpr int kClients = 24;
-    constexpr int kRounds = 5;
+    constexpr std::size_t kRounds = 5;
     const std::size_t words = FindBlock(trial).words;
+    const std::vector<std::string> alone = SameReplies(trial, words, int{kRounds});
     std::deque<ServerClient> clients;
     Fill(trial, clients, kClients);
-    for (int round = 0; round < kRounds; ++round) {
+    for (std::size_t round = 0; round < kRounds; ++round) {
         for (ServerClient& client : clients) client.Send(BlockRequest(trial.Target(), words, words));
         for (ServerClient& client : clients) {
             const ServerReply reply = client.Receive();
             if (reply.Refused())
                 throw Untried{"the server does not take blocks of so many clients: " + reply.Shown()};
             ExpectBlock("with 24 clients at a time", reply, words);
+            if (!alone.empty())
+                ExpectBytes("block " + std::to_string(round + 1) + " of each of 24 clients, samples",
+                            alone[round], Samples(reply), "one host hears what another one sends");
         }
     }
 }
@@ -152,15 +180,11 @@ void SeparateState(Trial& trial) {
     constexpr int kBlocks = 6;
     const CheckTarget& target = trial.Target();
     const std::size_t words = FindBlock(trial).words;
-    const auto alone = [&] {
-        ServerClient client(trial);
-        return Replies(client, target, words, kBlocks);
-    };
-    const std::vector<std::string> first = alone();
-    if (first != alone()) throw Untried{"the server gives other samples each time"};
+    const std::vector<std::string> first = SameReplies(trial, words, kBlocks);
+    if (first.empty()) throw Untried{"the server gives other samples each time"};
     ServerClient one(trial, false);
     ServerClient other(trial, false);
-    if (!IsAnswer(one.Ask(ServerConnectText(target))) || !IsAnswer(other.Ask(ServerConnectText(target))))
+    if (!one.Ask(ServerConnectText(target)).IsAnswer() || !other.Ask(ServerConnectText(target)).IsAnswer())
         throw Untried{"the server takes one client at a time"};
     for (int i = 0; i < kBlocks; ++i) {
         const std::string shifted =
@@ -169,8 +193,7 @@ void SeparateState(Trial& trial) {
         (void)other.Ask(shifted);
         const ServerReply reply = one.Ask(BlockRequest(target, words, words));
         ExpectBytes("block " + std::to_string(i + 1) + " beside another client, samples",
-                    first[static_cast<std::size_t>(i)],
-                    reply.bytes.substr(std::min(reply.bytes.size(), host::kReplyHeaderBytes)),
+                    first[static_cast<std::size_t>(i)], Samples(reply),
                     "one host hears what another one sends");
     }
 }
@@ -184,8 +207,9 @@ void SlowClients(Trial& trial) {
     Fill(trial, slow, 3);
     slow[0].Send(std::string_view(block).substr(0, block.size() / 2));
     slow[1].Send("half a li");
-    for (int i = 0; i < 20; ++i) slow[2].Send(block); // nobody receives
-    ExpectOthersServed(trial, words, "beside clients that stop in the middle of a request", 2 * kSecond);
+    for (int i = 0; i < 20 && slow[2].Send(block, kSecond); ++i) { // nobody receives
+    }
+    ExpectOthersServed(trial, words, "beside clients that stop in the middle of a request", kSecondAndRoom);
     slow[0].Send(std::string_view(block).substr(block.size() / 2));
     ExpectBlock("when the rest of a slow client's request comes", slow[0].Receive(), words);
 }
@@ -221,7 +245,7 @@ void MalformedRequests(Trial& trial) {
         std::memcpy(request.data() + row.at, &row.word, sizeof row.word);
         ServerClient client(trial);
         client.Send(request);
-        ExpectOthersServed(trial, words, when, kSecond);
+        ExpectOthersServed(trial, words, when, kSecondAndRoom);
         const ServerReply reply = client.Receive(row.atOnce ? 3 * kSecond : kSecond);
         if (row.atOnce)
             Expect(reply.kind != ServerReply::kSilence || !reply.bytes.empty(),
@@ -231,7 +255,7 @@ void MalformedRequests(Trial& trial) {
             trial.Warn({when + ", this client is refused", "the server waits for the rest of it",
                         "a broken host waits instead of seeing what is wrong"});
         client.Close();
-        ExpectOthersServed(trial, words, when + " and the end of its client", kSecond);
+        ExpectOthersServed(trial, words, when + " and the end of its client", kSecondAndRoom);
     }
 }
 
@@ -239,8 +263,9 @@ void EndlessLine(Trial& trial) {
     constexpr std::size_t kPiece = 65536;
     const std::size_t words = FindBlock(trial).words;
     ServerClient client(trial);
-    for (int i = 0; i < 64 && client.Quiet(milliseconds(0)); ++i) client.Send(std::string(kPiece, 'x'));
-    ExpectOthersServed(trial, words, "beside a client that sends text without an end", 2 * kSecond);
+    for (int i = 0; i < 64 && client.Quiet(milliseconds(0)); ++i)
+        if (!client.Send(std::string(kPiece, 'x'), kSecond)) break;
+    ExpectOthersServed(trial, words, "beside a client that sends text without an end", kSecondAndRoom);
 }
 
 void RandomRequests(Trial& trial) {
@@ -254,7 +279,35 @@ void RandomRequests(Trial& trial) {
         (void)client.Receive(milliseconds(20));
         trial.Below(2) == 0 ? client.Reset() : client.Close();
         ExpectOthersServed(trial, words, "after " + std::to_string(bytes.size()) + " random bytes",
-                           2 * kSecond);
+                           kSecondAndRoom);
+    }
+}
+
+/// Packets whose objects' path is not what it should be: answered, or the end of this client and of no other.
+void OddPaths(Trial& trial) {
+    const CheckTarget& target = trial.Target();
+    const std::size_t words = FindBlock(trial).words;
+    const std::vector<std::uint32_t> in(words);
+    const auto out = static_cast<std::uint32_t>(words);
+    std::string unended = BlockRequest(target, words, words);
+    for (std::size_t at = unended.size(); unended[at - 1] == '\0'; --at) unended[at - 1] = 'x';
+    const std::pair<const char*, std::string> kRequests[] = {
+        {"no zero byte behind the path", unended},
+        {"empty names", SamplesRequest({"", "", ""}, in, out)},
+        {"names of 5,000 characters",
+         SamplesRequest({std::string(5000, 'l'), std::string(5000, 'i'), std::string(5000, 'o')}, in, out)},
+        {"names of commas", SamplesRequest({",,,", ",,", ",,,,"}, in, out)},
+        {"names of percent signs", SamplesRequest({"%s%n", "%n%n", "%s%s%s"}, in, out)},
+    };
+    for (const auto& [name, request] : kRequests) {
+        const std::string when = std::string("after a packet with ") + name;
+        ServerClient client(trial);
+        const ServerReply reply = client.Ask(request);
+        Expect(reply.kind != ServerReply::kSilence,
+               when + ", this client gets an answer or the end of the connection", reply.Shown(),
+               "a broken host waits instead of seeing what is wrong");
+        client.Close();
+        ExpectOthersServed(trial, words, when, kSecondAndRoom);
     }
 }
 
@@ -277,6 +330,8 @@ constexpr Check kChecks[] = {
      "takes-blocks", 60, MalformedRequests},
     {"endless-line", CheckTarget::kServer, 8, "Text without an end holds up nobody.", "takes-blocks", 60,
      EndlessLine},
+    {"odd-paths", CheckTarget::kServer, 8, "Odd and unended names of objects harm nobody.", "takes-blocks",
+     60, OddPaths},
     {"random-requests", CheckTarget::kServer, 8, "Random bytes harm nobody else.", "takes-blocks", 60,
      RandomRequests},
 };

@@ -68,8 +68,8 @@ public:
 private:
     void ExpectLine(const std::string& text) {
         const ServerReply reply = m_client.Ask(text);
-        Expect(reply.kind == ServerReply::kLine || reply.kind == ServerReply::kPacket,
-               "the text " + Shown(text) + " is answered", reply.Shown(), "a talker waits in vain");
+        Expect(reply.IsAnswer(), "the text " + Shown(text) + " is answered", reply.Shown(),
+               "a talker waits in vain");
     }
 
     void Pins() {
@@ -111,7 +111,22 @@ void RandomConversation(Trial& trial) {
     }
 }
 
+/// What a client took is given back when it has gone.
+void ManyConnections(Trial& trial) {
+    constexpr int kConnections = 1500;
+    const std::size_t words = FindBlock(trial).words;
+    for (int i = 1; i <= kConnections; ++i) {
+        ServerClient client(trial, false);
+        const ServerReply reply = client.Ask(ServerConnectText(trial.Target()));
+        Expect(reply.IsAnswer(), "connection " + std::to_string(i) + " one after the other is answered",
+               reply.Shown(), "a server that runs for days takes no more hosts");
+    }
+    ExpectOthersServed(trial, words, "after " + std::to_string(kConnections) + " connections");
+}
+
 constexpr Check kChecks[] = {
+    {"many-connections", CheckTarget::kServer, 9, "A thousand and five hundred clients come and go.",
+     "takes-blocks", 80, ManyConnections},
     {"pace", CheckTarget::kServer, 9,
      "Block after block for a minute: answered alike, in steady time (which warns).", "takes-blocks", 80,
      Pace},

@@ -15,13 +15,9 @@ using std::chrono::milliseconds;
 constexpr milliseconds kQuiet{50};
 constexpr char kStuck[] = "a talker that asks for it waits ten seconds and loses its connection";
 
-bool IsAnswer(const ServerReply& reply) {
-    return reply.kind == ServerReply::kLine || reply.kind == ServerReply::kPacket;
-}
-
 void ExpectAnswered(ServerClient& client, const std::string& request, const std::string& what) {
     const ServerReply reply = client.Ask(request);
-    Expect(IsAnswer(reply), what + " is answered with a line or a packet", reply.Shown(), kStuck);
+    Expect(reply.IsAnswer(), what + " is answered with a line or a packet", reply.Shown(), kStuck);
     Expect(reply.Alone() && client.Quiet(kQuiet), what + " is answered once",
            "more came after " + reply.Shown(), "a talker takes it for the answer to its next request");
 }
@@ -50,9 +46,11 @@ void UnknownNames(Trial& trial) {
 void UnknownText(Trial& trial) {
     const std::size_t words = FindBlock(trial).words;
     ServerClient client(trial);
-    for (const char* text : {"no such command\n", "x\n", "gain = 3, or so\n", "gr\xC3\xBC\xC3\x9F\n"}) {
-        ExpectAnswered(client, text, "the text " + Shown(std::string_view(text)));
-        ExpectServed(client, trial.Target(), words, "after the text " + Shown(std::string_view(text)));
+    for (const std::string& text :
+         {std::string("no such command\n"), std::string("x\n"), std::string("gain = 3, or so\n"),
+          std::string("gr\xC3\xBC\xC3\x9F\n"), std::string("%s%n%x\n"), std::string(1500, 'y') + "\n"}) {
+        ExpectAnswered(client, text, "the text " + Shown(text));
+        ExpectServed(client, trial.Target(), words, "after the text " + Shown(text));
     }
 }
 
@@ -72,7 +70,7 @@ void TextAndBlocks(Trial& trial) {
     ServerClient client(trial);
     for (int i = 0; i < 10; ++i) {
         const ServerReply text = client.Ask("status\n");
-        Expect(IsAnswer(text), "text between blocks is answered", text.Shown(), kStuck);
+        Expect(text.IsAnswer(), "text between blocks is answered", text.Shown(), kStuck);
         ExpectBlock("after text", client.Ask(BlockRequest(trial.Target(), words, words)), words);
     }
 }
@@ -82,6 +80,8 @@ void BlockWithoutConnect(Trial& trial) {
     const std::size_t words = FindBlock(trial).words;
     ServerClient client(trial, false);
     const ServerReply reply = client.Ask(BlockRequest(trial.Target(), words, words));
+    Expect(reply.kind != ServerReply::kSilence, "a connection whose first request is a block gets an answer",
+           reply.Shown(), kStuck);
     if (!reply.Accepted())
         trial.Warn(
             {"a connection whose first request is a block is served", reply.Shown(),
@@ -102,7 +102,8 @@ void Reconnects(Trial& trial) {
 /// What a host sees: the same exchanges through a talker.
 void ThroughTalker(Trial& trial) {
     const CheckTarget& target = trial.Target();
-    const std::size_t words = FindBlock(trial).words;
+    const BlockShape shape = FindBlock(trial);
+    const std::size_t words = SegmentWords(trial, shape).value_or(shape.words);
     std::string error;
     const auto plugin = host::Plugin::Load("", error);
     if (!plugin) throw Untried{error};
@@ -146,8 +147,8 @@ constexpr Check kChecks[] = {
     {"text-and-blocks", CheckTarget::kServer, 5, "Text and blocks take turns on one connection.",
      "takes-blocks", 60, TextAndBlocks},
     {"block-without-connect", CheckTarget::kServer, 5,
-     "A reconnecting talker's block is served without a connect text (warns).", "takes-blocks", 60,
-     BlockWithoutConnect},
+     "A reconnecting talker's block is answered without a connect text; being refused warns.", "takes-blocks",
+     60, BlockWithoutConnect},
     {"reconnects", CheckTarget::kServer, 5, "Twenty connections after each other are served.", "takes-blocks",
      60, Reconnects},
     {"through-talker", CheckTarget::kServer, 5, "A talker connects, pumps and sends text.", "takes-blocks",

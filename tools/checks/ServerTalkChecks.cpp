@@ -3,6 +3,8 @@
 
 #include "host/Packet.h"
 
+#include <utility>
+
 namespace vrx::tool {
 
 namespace {
@@ -10,10 +12,6 @@ namespace {
 using std::chrono::milliseconds;
 
 constexpr milliseconds kQuiet{200};
-
-bool IsAnswer(const ServerReply& reply) {
-    return reply.kind == ServerReply::kLine || reply.kind == ServerReply::kPacket;
-}
 
 /// The talker takes what comes first after a request for its reply.
 void ExpectNothingMore(ServerClient& client, const std::string& when) {
@@ -31,12 +29,10 @@ void Listens(Trial& trial) {
 void AnswersConnect(Trial& trial) {
     ServerClient client(trial, false);
     const ServerReply reply = client.Ask(ServerConnectText(trial.Target()));
-    Expect(IsAnswer(reply), "the connect text is answered within ten seconds, by a line with its line feed",
+    Expect(reply.IsAnswer(), "the connect text is answered within ten seconds, by a line with its line feed",
            reply.Shown(), "talkers wait ten seconds and give up");
-    if (reply.kind == ServerReply::kLine)
-        Expect(reply.bytes.find('\n') == reply.bytes.size() - 1, "one line answers the connect text",
-               "more than one: " + Shown(reply.bytes),
-               "a talker takes the rest for the answer to its next request");
+    Expect(reply.Alone(), "one line answers the connect text", "more than one: " + Shown(reply.bytes),
+           "a talker takes the rest for the answer to its next request");
     ExpectNothingMore(client, "after the answer to the connect text");
 }
 
@@ -45,7 +41,7 @@ void ConnectsAgain(Trial& trial) {
     for (const char* port : {"0", "7001", "65535"}) {
         const std::string text = "connect," + trial.Target().host + "," + port + "\n";
         const ServerReply reply = client.Ask(text);
-        Expect(IsAnswer(reply), "a further connect text is answered: " + Shown(text), reply.Shown(),
+        Expect(reply.IsAnswer(), "a further connect text is answered: " + Shown(text), reply.Shown(),
                "a host cannot change its talker's settings");
         ExpectNothingMore(client, "after a further connect text");
     }
@@ -65,12 +61,16 @@ void Pins(Trial& trial) {
 }
 
 void PinsRepeat(Trial& trial) {
-    ServerClient client(trial);
-    const ServerReply first = AskPins(client, trial.Target());
-    const ServerReply again = AskPins(client, trial.Target());
-    ServerClient other(trial);
+    ServerReply first;
+    ServerReply again;
+    {
+        ServerClient client(trial);
+        first = AskPins(client, trial.Target());
+        again = AskPins(client, trial.Target());
+    }
+    ServerClient other(trial); // once the first one is gone: a server may take one client at a time
     const ServerReply elsewhere = AskPins(other, trial.Target());
-    for (const ServerReply* reply : {&again, &elsewhere})
+    for (const ServerReply* reply : {&std::as_const(again), &elsewhere})
         for (const std::size_t at : {host::kReplyHeaderBytes, host::kReplyHeaderBytes + 4})
             ExpectSame("asked again, the pin word at byte " + std::to_string(at) + " is", Hex(first.Word(at)),
                        Hex(reply->Word(at)), "hosts size their blocks by what they asked once");

@@ -81,6 +81,7 @@ private:
             const ssize_t got = ::recv(m_socket, piece, sizeof piece, 0);
             if (got <= 0) return false;
             m_bytes.append(piece, static_cast<std::size_t>(got));
+            if (Is("drops-carriage-returns")) std::erase(m_bytes, '\r');
             if (Is("needs-whole-requests") && m_bytes.size() < count) m_bytes.clear();
         }
         return true;
@@ -112,6 +113,7 @@ private:
         if (!connect && Is("closes-on-text")) return false;
         if (!connect && Is("text-answers-twice")) Send("what?\n");
         Send(Is("no-line-feed")           ? "hello"
+             : Is("zero-in-line")         ? std::string("hel\0lo\n", 7)
              : connect && Is("two-lines") ? "hello\nthere\n"
              : connect                    ? "hello\n"
                                           : "what?\n");
@@ -125,6 +127,7 @@ private:
 
     bool AnswerPacket() {
         const std::size_t length = WordAt(m_bytes, 4);
+        if (Is("dies-on-long-lengths") && length > kLargest) std::abort();
         if (Is("trusts-lengths") && length < 20) std::abort();
         if (Is("waits-for-short-lengths") && length < 20) return Fill(kLargest);
         if (length < 24 || length > kLargest) {
@@ -137,6 +140,8 @@ private:
         }
         const std::string packet = m_bytes.substr(0, length);
         m_bytes.erase(0, length);
+        if (Is("ignores-strangers") && !m_connected) return true;
+        if (Is("refuses-strangers") && !m_connected) return Refuse("who are you?");
         return Answer(packet);
     }
 
@@ -148,6 +153,7 @@ private:
         if (arguments == 0 || arguments > packet.size() / 4 || wanted < 3 || wanted > kLargest / 4)
             return Refuse("counts");
         const std::string path = packet.c_str() + 16 + 4 * arguments;
+        if (Is("dies-on-unended-paths") && packet.back() != '\0') std::abort();
         if (path.find(".info1") != path.npos) return AnswerPins(path, wanted - 3);
         if (path != "Main,In.samples[0],Out.samples[0]")
             return Is("ignores-unknown-names") ? true : Is("closes-on-names") ? false : Refuse("names");
@@ -214,7 +220,7 @@ int main(int argc, char** argv) {
         if (socket < 0) return 1;
         const int yes = 1;
         ::setsockopt(socket, IPPROTO_TCP, TCP_NODELAY, &yes, sizeof yes);
-        if (Is("ten-connections") && served > 10) {
+        if ((Is("ten-connections") && served > 10) || (Is("three-hundred-connections") && served > 300)) {
             ::close(socket);
             continue;
         }

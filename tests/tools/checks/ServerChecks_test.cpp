@@ -64,6 +64,13 @@ constexpr Wrong kWrong[] = {
     {"lines-hold-up", "endless-line"},
     {"fails-in-time", "pace"},
     {"fails-in-time", "random-conversation"},
+    {"zero-in-line", "answers-connect"},
+    {"drops-carriage-returns", "any-words"},
+    {"ignores-strangers", "block-without-connect"},
+    {"refuses-strangers", "block-without-connect", "warned"},
+    {"dies-on-unended-paths", "odd-paths"},
+    {"dies-on-long-lengths", "random-requests"},
+    {"three-hundred-connections", "many-connections"},
 };
 
 INSTANTIATE_TEST_SUITE_P(EachSwitch, WrongServer, testing::ValuesIn(kWrong), [](const auto& row) {
@@ -71,6 +78,15 @@ INSTANTIATE_TEST_SUITE_P(EachSwitch, WrongServer, testing::ValuesIn(kWrong), [](
     std::ranges::replace(name, '-', '_');
     return name;
 });
+
+/// Serving one client at a time is a merely different server's right, until many clients are asked for.
+TEST(RightServer, MayTakeOneClientAtATime) {
+    Subprocess server({VRX_OTHER_SERVER, "one-client-at-a-time"});
+    const auto end = RunProgram({VRX_PROGRAM, "check", "server", "127.0.0.1", server.ReadLine(), "--only",
+                                 "^(pins-repeat|takes-blocks|reconnects|through-talker)$"},
+                                std::chrono::seconds(60));
+    EXPECT_EQ(end.exitCode, 0) << end.out << end.err;
+}
 
 TEST(RightServer, OfAnotherMakePasses) {
     Subprocess server({VRX_OTHER_SERVER});
