@@ -61,6 +61,8 @@ foreach(other other_plugin other_server)
   target_include_directories(${other} PRIVATE ${PROJECT_SOURCE_DIR})
   target_link_libraries(${other} PRIVATE vrx_build_options Threads::Threads)
 endforeach()
+# Without such symbols it is really unloaded by dlclose.
+target_compile_options(other_plugin PRIVATE $<$<CXX_COMPILER_ID:GNU>:-fno-gnu-unique>)
 add_executable(check_tests
   support/ScriptedServer.cpp
   support/Subprocess.cpp

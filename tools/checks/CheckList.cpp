@@ -23,8 +23,8 @@ std::vector<Check> ByLevel(Tables tables) {
 std::span<const Check> ChecksOf(CheckTarget::Kind kind) {
     static const std::vector<Check> kPlugin =
         ByLevel({PluginLoadChecks(), PluginConfigureChecks(), PluginRequestChecks(), PluginReplyChecks(),
-                 PluginFailureChecks(), PluginEnduranceChecks(), PluginHostileChecks(), PluginCostChecks(),
-                 PluginRandomChecks()});
+                 PluginFailureChecks(), PluginEnduranceChecks(), PluginHostileChecks(), PluginMannersChecks(),
+                 PluginCostChecks(), PluginRandomChecks()});
     static const std::vector<Check> kServer =
         ByLevel({ServerTalkChecks(), ServerBlockChecks(), ServerStrangeChecks(), ServerCrowdChecks(),
                  ServerEnduranceChecks()});

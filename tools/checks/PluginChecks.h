@@ -13,6 +13,7 @@ std::span<const Check> PluginRequestChecks();
 std::span<const Check> PluginReplyChecks();
 std::span<const Check> PluginFailureChecks();
 std::span<const Check> PluginEnduranceChecks();
+std::span<const Check> PluginMannersChecks();
 std::span<const Check> PluginHostileChecks();
 std::span<const Check> PluginCostChecks();
 std::span<const Check> PluginRandomChecks();

@@ -125,6 +125,8 @@ void FailedArgumentsChangeNothing(Trial& trial) {
         ExpectSame("Configure(" + Shown(std::string_view(args)) + ") returns", false, talker.Configure(args),
                    means);
     ExpectSame("Configure(null) returns", false, talker.Configure(nullptr), means);
+    bench.ExpectPrinted("a Configure without a layout, one without a server, and two of nothing",
+                        MissingLine("layout") + "\n" + MissingLine("server"));
     const Words in = Numbered(4, 7);
     GuardedWords out(4);
     ExpectSame("after a Configure without all keys, PumpAudio returns", 0,
@@ -180,6 +182,14 @@ void ArgumentForms(Trial& trial) {
         {"further keys",
          "gain=3,server=127.0.0.1,x,servport=@,clport=7001,input=In,output=Out,layout=Main,y=",
          Named("In", "Out", "Main")},
+        {"keys inside other keys and values",
+         "xserver=10.9.8.7,serverx=h,inputs=I2,output=layout=Side,server=127.0.0.1,servport=@,clport=7001,"
+         "input=server,layout=input",
+         Named("server", "layout=Side", "input")},
+        {"keys without values before",
+         "server,servport=,clport =,=input,server=127.0.0.1,servport=@,clport=7001,input=In,output=Out,"
+         "layout=Main",
+         Named("In", "Out", "Main")},
         {"blanks around",
          " server = 127.0.0.1 ,\tservport =@, clport= 7001,input=In , output=Out,layout=Main ",
          Named("In", "Out", "Main")},
@@ -229,6 +239,8 @@ void PortNumbers(Trial& trial) {
          Named("I", "O", "M", -5)},
         {"no number", "server=127.0.0.1,servport=@,clport=abc,input=I,output=O,layout=M",
          Named("I", "O", "M", 0)},
+        {"more than 32 bits", "server=127.0.0.1,servport=@,clport=4294974297,input=I,output=O,layout=M",
+         Named("I", "O", "M", 7001)},
         {"a large number", "server=127.0.0.1,servport=@,clport=2147483647,input=I,output=O,layout=M",
          Named("I", "O", "M", 2147483647)},
     };

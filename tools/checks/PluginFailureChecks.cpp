@@ -245,13 +245,12 @@ void ReconnectRefused(Trial& trial) {
 
 void NotAPacket(Trial& trial) {
     FailureBench on(trial);
-    std::string otherTag = ReplyPacket(0, 0, 0, Numbered(16, 1));
-    otherTag[0] = 4;
-    std::string noUpperHalf = ReplyPacket(0, 0, 0, Numbered(16, 1));
-    noUpperHalf[3] = 0;
-    for (const std::string& answer :
-         {std::string("error: no such layout\n"), otherTag, noUpperHalf, std::string("no line feed"),
-          std::string("\n"), std::string("%s%n%s\n")}) {
+    std::vector<std::string> answers = {"error: no such layout\n", "no line feed", "\n", "%s%n%s\n"};
+    for (std::size_t at = 0; at < host::kPacketTagBytes.size(); ++at) {
+        answers.push_back(ReplyPacket(0, 0, 0, Numbered(16, 1)));
+        answers.back()[at] ^= 4;
+    }
+    for (const std::string& answer : answers) {
         const std::string when = "answered with " + Shown(std::string_view(answer).substr(0, 24));
         on.server.Then(Answer::Bytes(answer));
         on.ExpectPumpFails(when, kNotAPacket, NoPacketLine("PumpAudio"));
@@ -259,6 +258,31 @@ void NotAPacket(Trial& trial) {
         on.ExpectPinsFail(when, kNotAPacket, NoPacketLine("PinProps"));
     }
     on.ExpectPumpWorks("after answers that are no packets", 1);
+}
+
+/// A failed Configure takes the connection away, and the next one that succeeds brings one back.
+void ReconfigureFails(Trial& trial) {
+    FailureBench on(trial);
+    on.server.Drop(Answer::kReset);
+    on.server.Drop(Answer::kStopAll);
+    ExpectConfigureFails(on.bench, on.talker, "on a connected talker whose server is gone", on.server.Port(),
+                         kNoConnection);
+    on.ExpectPinsFail("after a Configure that failed", kNoConnection,
+                      "CVRXTalker::PinProps: m_tcpio is NULL");
+    std::string reply;
+    ExpectSame("after a Configure that failed, SendMessage returns", int{kNoConnection},
+               on.talker.Send("status", reply), kByCode);
+    on.bench.ExpectPrinted("after a Configure that failed, SendMessage",
+                           "CVRXTalker::SendMessage: m_tcpio is NULL");
+    on.ExpectFigures("after a Configure that failed");
+    on.server.ListenAgain();
+    (void)on.talker.Pump(nullptr, nullptr, 0, 0);
+    ExpectSame("connections made without a Configure:", 1, on.server.Connections(),
+               "a talker whose Configure failed has no connection until the next one succeeds");
+    (void)on.bench.Printed();
+    ExpectSame("when the server is there again, Configure returns", true,
+               on.talker.Configure(ArgumentLine(on.server.Port())), "a host has to make a new talker");
+    on.ExpectPumpWorks("after that Configure", 2);
 }
 
 /// Calls in threads of their own, since each waits for ten seconds.
@@ -474,6 +498,9 @@ constexpr Check kChecks[] = {
     {"not-a-packet", CheckTarget::kPlugin, 5,
      "-1000, its line and nothing written for any other answer; the connection stands.", "connects", 20,
      NotAPacket},
+    {"reconfigure-fails", CheckTarget::kPlugin, 5,
+     "A Configure that fails leaves a connected talker without a connection, until one succeeds.", "connects",
+     20, ReconfigureFails},
     {"ten-seconds", CheckTarget::kPlugin, 5,
      "PumpAudio, PinProps and Configure give up after ten seconds and close the connection.", "connects", 40,
      TenSeconds},

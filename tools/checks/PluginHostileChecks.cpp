@@ -104,16 +104,20 @@ void EndlessText(Trial& trial) {
     Expect(out.IsUntouched(), "out is left alone", "PumpAudio wrote to out", "hosts play text");
 }
 
-/// A zero byte before the line feed hides it: such a reply never ends by itself.
+/// A zero byte before the line feed hides it: such a reply never ends by itself. No server for talkers sends one, so a
+/// talker that sees the line feed all the same is told and not blamed.
 void ZeroInText(Trial& trial) {
     PluginBench bench(trial);
     StubServer server;
     CheckedTalker talker = bench.Connected(server);
     server.Then({.pieces = {std::string("a\0b\n", 4)}, .pause = milliseconds(50), .end = Answer::kClose});
     std::string reply;
-    ExpectSame("SendMessage, answered with a line that holds a zero byte and then the end, returns",
-               int{kPeerClosed}, talker.Send("status", reply),
-               "texts end at a zero byte: what follows is not part of any line");
+    const int result = talker.Send("status", reply);
+    const std::string call =
+        "SendMessage, answered with a line that holds a zero byte and then the end, returns ";
+    if (result != kPeerClosed)
+        trial.Warn({call + std::to_string(int{kPeerClosed}), call + std::to_string(result),
+                    "texts end at a zero byte: what follows is not part of any line"});
     ExpectStillWorks(bench, "a zero byte in text");
 }
 
@@ -228,8 +232,8 @@ constexpr Check kChecks[] = {
      AbsurdLengths},
     {"endless-text", CheckTarget::kPlugin, 8, "Text without an end stops at 1 MiB.", "connects", 60,
      EndlessText},
-    {"zero-in-text", CheckTarget::kPlugin, 8, "A zero byte hides the line feed behind it.", "connects", 30,
-     ZeroInText},
+    {"zero-in-text", CheckTarget::kPlugin, 8, "A zero byte hides the line feed behind it (warns).",
+     "connects", 30, ZeroInText},
     {"cut-anywhere", CheckTarget::kPlugin, 8, "A packet cut short is no reply to text.", "connects", 60,
      CutAnywhere},
     {"slow-pieces", CheckTarget::kPlugin, 8, "The ten seconds count for each receive.", "connects", 40,

@@ -91,6 +91,8 @@ void FiguresStayWithBlocks(Trial& trial) {
                means);
     ExpectSame("after PinProps, SendMessage and Configure, GetPumpCycles returns", 32.0F, talker.Pumped(),
                means);
+    ExpectSame("read again, GetAverageCycles returns", 16.0F, talker.Average(), means);
+    ExpectSame("read again, GetPumpCycles returns", 32.0F, talker.Pumped(), means);
 }
 
 /// One exchange with guards around both buffers. Another try makes up for a reply that the system delivered in pieces.
@@ -260,6 +262,7 @@ void TextReplies(Trial& trial) {
         {"a line whose line feed comes late", {"hello", "\n"}, "hello"},
         {"bytes beyond ASCII", {"gr\xC3\xBC\xFF\n"}, "gr\xC3\xBC\xFF"},
         {"blanks", {"  a b  \n"}, "  a b  "},
+        {"bytes that only begin like a packet", {std::string("\x03\x01 yes\n")}, "\x03\x01 yes"},
         {"an error", {"error: no such thing\n"}, "error: no such thing"},
         {"100,000 characters", {longLine + "\n"}, longLine},
         {"a short line after a long one", {"s\n"}, "s"},
@@ -289,6 +292,8 @@ void PacketReplies(Trial& trial) {
     const Reply kReplies[] = {
         {"a packet", {packet}, packet},
         {"a packet in two pieces", {packet.substr(0, 10), packet.substr(10)}, packet},
+        {"a packet whose first bytes come alone", {packet.substr(0, 2), packet.substr(2)}, packet},
+        {"a packet with more behind it", {packet + "more\n"}, packet},
         {"a packet whose last byte comes late",
          {packet.substr(0, packet.size() - 1), packet.substr(packet.size() - 1)},
          packet},

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <dirent.h>
+#include <dlfcn.h>
 #include <filesystem>
 #include <fstream>
 #include <memory>
@@ -57,17 +58,8 @@ std::size_t ResidentBytes() {
 }
 
 bool MemoryIsMeasurable() {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-    return false;
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-    return false;
-#else
-    return true;
-#endif
-#else
-    return true;
-#endif
+    const auto known = [](const char* symbol) { return ::dlsym(RTLD_DEFAULT, symbol) != nullptr; };
+    return !known("__asan_init") && !known("__tsan_init");
 }
 
 } // namespace vrx::tool

@@ -3,7 +3,9 @@
 
 #include "talker/CVRXTalker.h"
 
+#include <algorithm>
 #include <arpa/inet.h>
+#include <atomic>
 #include <chrono>
 #include <csignal>
 #include <cstdint>
@@ -128,8 +130,10 @@ public:
     }
 
     bool Send(const char* bytes, std::size_t count) const {
+        const std::size_t most = Is("many-calls") ? 16 : count;
         while (count > 0) {
-            const ssize_t sent = ::send(m_socket, bytes, count, Is("raises-sigpipe") ? 0 : MSG_NOSIGNAL);
+            const ssize_t sent =
+                ::send(m_socket, bytes, std::min(count, most), Is("raises-sigpipe") ? 0 : MSG_NOSIGNAL);
             if (sent <= 0) return false;
             bytes += sent;
             count -= static_cast<std::size_t>(sent);
@@ -140,7 +144,9 @@ public:
     /// Appends what one receive delivers; negative: why nothing came.
     int Receive(std::string& bytes, int limit) {
         pollfd waiting{m_socket, POLLIN, 0};
-        if (::poll(&waiting, 1, limit) == 0) {
+        const int ready = ::poll(&waiting, 1, limit);
+        if (ready < 0 && Is("fails-on-signals")) return CVRXTalker::kReceiveFailed;
+        if (ready == 0) {
             if (!Is("time-out-keeps-connection")) Close();
             return CVRXTalker::kTimedOut;
         }
@@ -161,6 +167,15 @@ private:
 };
 
 std::uint32_t sharedAverage = 0;
+std::string sharedReply;
+std::mutex sharedMutex;
+thread_local bool configuredHere = false;
+
+/// Runs code of this library for so long, whoever unloads it in between.
+void RunOn(std::chrono::milliseconds time) {
+    for (const auto end = std::chrono::steady_clock::now() + time; std::chrono::steady_clock::now() < end;)
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+}
 
 class OtherTalker final : public CVRXTalker {
 public:
@@ -175,9 +190,14 @@ public:
         if (Is("leaks-thread"))
             std::thread([] { std::this_thread::sleep_for(std::chrono::hours(1)); }).detach();
         if (Is("says-goodbye")) Line("goodbye");
+        if (Is("slow-delete")) std::this_thread::sleep_for(std::chrono::milliseconds(1200));
+        if (Is("thread-lives-on")) std::thread([] { RunOn(std::chrono::milliseconds(150)); }).detach();
+        m_stop = true;
+        if (m_heartbeat.joinable()) m_heartbeat.join();
     }
 
     float GetAverageCycles() const override {
+        const Guard lock(m_mutex, Is("locks-figures"));
         if (Is("shares-figures")) return static_cast<float>(sharedAverage);
         if (Is("signed-figures")) return static_cast<float>(static_cast<std::int32_t>(m_average));
         return static_cast<float>(m_average);
@@ -190,6 +210,11 @@ public:
             if (Is("empty-args-print")) Line("CVRXTalker::Configure: no arguments");
             return false;
         }
+        if (Is("writes-args")) const_cast<char*>(args)[0] = *args;
+        if (Is("thread-each-configure"))
+            std::thread([] { std::this_thread::sleep_for(std::chrono::hours(1)); }).detach();
+        if (Is("changes-folder")) (void)::chdir("/");
+        if (Is("changes-environment")) (void)::setenv("VRX_TALKER", "1", 1);
         Settings settings = Parse(args);
         const char* const keys[] = {"server", "servport", "clport", "input", "output", "layout"};
         if (Is("stores-before-checking") && settings.contains("input")) m_input = settings["input"];
@@ -207,11 +232,26 @@ public:
         const bool moved = Is("follows-configure") && m_port != Number(settings["servport"]);
         if (Is("new-connection-each-time") || moved) m_channel.Close();
         m_port = Number(settings["servport"]);
-        return Connect() && !Is("configure-false");
+        configuredHere = Connect();
+        if (configuredHere && Is("heartbeat")) m_heartbeat = std::thread([this] { Beat(); });
+        return configuredHere && !Is("configure-false");
     }
 
     int PumpAudio(const void* in, void* out, unsigned inCount, unsigned outCount) override {
         if (!m_configured) return NoChannel("PumpAudio");
+        if (Is("per-thread") && !configuredHere) return NoChannel("PumpAudio");
+        if (Is("skips-silence") && IsSilent(in, inCount)) {
+            std::memset(out, 0, 4 * std::size_t{outCount});
+            return 0;
+        }
+        if (Is("leaks-per-block")) std::memset(std::malloc(64), 1, 64);
+        if (Is("sleeps")) std::this_thread::sleep_for(std::chrono::milliseconds(40));
+        if (Is("needs-alignment"))
+            in = reinterpret_cast<const void*>(reinterpret_cast<std::uintptr_t>(in) & ~std::uintptr_t{15});
+        if (Is("restores-in") && inCount > 0) *const_cast<char*>(static_cast<const char*>(in)) ^= 0;
+        if (Is("logs-to-stderr")) (void)std::fputs("block sent\n", stderr);
+        const std::unique_lock lock =
+            Is("one-for-all") ? std::unique_lock(sharedMutex) : std::unique_lock<std::mutex>();
         if (Is("empty-block-is-nothing") && inCount == 0 && outCount == 0) return 0;
         if (Is("clears-out-first")) std::memset(out, 0, 4 * std::size_t{outCount});
         if (Is("cuts-large-blocks")) inCount = std::min(inCount, 65535U);
@@ -219,6 +259,12 @@ public:
         std::string reply;
         int result = Exchange(Packet(in, inCount, outCount, path), reply);
         if (result < 0) return Failed("PumpAudio", result, out, outCount);
+        if (Is("shares-replies")) {
+            sharedReply = reply;
+            std::this_thread::sleep_for(std::chrono::microseconds(200));
+            reply = sharedReply;
+        }
+        if (Is("dies-on-short") && reply.size() < 28) std::abort();
         if (Is("checks-length") && WordAt(reply, 4) != reply.size()) return NoPacket("PumpAudio", reply);
         if (WordAt(reply, 0) != kTag) return NoPacket("PumpAudio", reply);
         Deliver(reply, out, Is("delivers-by-input") ? std::min(inCount, outCount) : outCount);
@@ -266,14 +312,29 @@ public:
 
 private:
     struct Guard {
-        explicit Guard(std::recursive_mutex& mutex) : m_mutex(mutex) {
-            if (!Is("no-lock")) m_mutex.lock();
+        explicit Guard(std::recursive_mutex& mutex, bool locks = !Is("no-lock"))
+            : m_mutex(mutex), m_locks(locks) {
+            if (m_locks) m_mutex.lock();
         }
         ~Guard() {
-            if (!Is("no-lock")) m_mutex.unlock();
+            if (m_locks) m_mutex.unlock();
         }
         std::recursive_mutex& m_mutex;
+        bool m_locks;
     };
+
+    /// Says that it is there, again and again, as no server expects it.
+    void Beat() {
+        for (int i = 1; !m_stop; ++i) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+            if (i % 100 == 0) (void)m_channel.Send("ping\n", 5);
+        }
+    }
+
+    static bool IsSilent(const void* words, unsigned count) {
+        const auto* word = static_cast<const std::uint32_t*>(words);
+        return count > 0 && std::all_of(word, word + count, [](std::uint32_t w) { return w == 0; });
+    }
 
     static std::string Told(const std::string& server) {
         return Is("sends-address") && server == "localhost" ? "127.0.0.1" : server;
@@ -288,7 +349,7 @@ private:
         std::string reply;
         int result = ExchangeText(command, reply, Limit());
         if (Is("wants-ok") && reply.starts_with("error")) result = kNotAPacket;
-        m_configured = result >= 0 || Is("stays-configured");
+        m_configured = result >= 0 || Is("stays-configured") || (m_configured && Is("keeps-old-connection"));
         if (result >= 0) return true;
         char code[16];
         (void)std::snprintf(code, sizeof code, Is("decimal-code") ? "%u" : "0x%08x",
@@ -308,6 +369,10 @@ private:
         PutWord(packet, 0x3A);
         PutWord(packet, Is("counts-by-input") ? inCount + 3 : outCount + 3);
         if (inCount > 0) packet.append(static_cast<const char*>(words), 4 * std::size_t{inCount});
+        if (Is("reads-one-more") && inCount > 0) {
+            packet.append(static_cast<const char*>(words) + 4 * std::size_t{inCount}, 4);
+            packet.resize(packet.size() - 4);
+        }
         packet += path;
         packet.resize(20 + 4 * std::size_t{inCount} + padded, '\0');
         return packet;
@@ -318,6 +383,12 @@ private:
         const std::size_t came = (reply.size() - 28) / 4;
         const std::size_t words = Is("copies-all") ? came : std::min<std::size_t>(outCount, came);
         if (words > 0) std::memcpy(out, reply.data() + 28, 4 * words);
+        if (Is("reads-beyond")) std::memcpy(out, reply.data() + 28, 4 * std::size_t{outCount});
+        if (Is("clips"))
+            for (std::size_t i = 0; i < words; ++i) {
+                float& sample = static_cast<float*>(out)[i];
+                sample = std::max(-1.0F, std::min(1.0F, sample));
+            }
         if (Is("writes-one-more") && outCount > 0) static_cast<std::uint32_t*>(out)[outCount] = 0;
     }
 
@@ -359,17 +430,27 @@ private:
         if (!SendText(text)) return CVRXTalker::kNoConnection;
         std::string bytes;
         reply.clear();
+        const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(limit);
         for (;;) {
+            const auto left =
+                std::chrono::duration_cast<std::chrono::milliseconds>(end - std::chrono::steady_clock::now());
+            if (limit > 0 && Is("limits-the-whole")) limit = std::max(1, static_cast<int>(left.count()));
             const int result = m_channel.Receive(bytes, limit);
+            if (result < 0 && Is("cut-is-reply") && bytes.size() >= 8) {
+                reply = bytes;
+                return CVRXTalker::kReplied;
+            }
             if (result < 0 && Is("half-reply")) reply = bytes;
             if (result < 0) return result;
             if (bytes.size() >= 8 && WordAt(bytes, 0) == kTag && !Is("packets-are-text")) {
+                if (Is("trusts-lengths")) bytes.reserve((WordAt(bytes, 4) + std::size_t{1}) << 8);
                 if (bytes.size() < WordAt(bytes, 4)) continue;
                 reply = bytes.substr(0, WordAt(bytes, 4));
                 return CVRXTalker::kReplied;
             }
             const std::size_t feed = bytes.find('\n');
-            if (feed == bytes.npos && !Is("line-in-one-receive")) continue;
+            const bool full = bytes.size() == kBuffer && Is("full-buffer-is-reply");
+            if (feed == bytes.npos && !full && !Is("line-in-one-receive")) continue;
             reply = bytes.substr(0, feed);
             if (Is("strips-cr") && reply.ends_with('\r')) reply.pop_back();
             return CVRXTalker::kReplied;
@@ -405,7 +486,7 @@ private:
         return kNotAPacket;
     }
 
-    std::recursive_mutex m_mutex;
+    mutable std::recursive_mutex m_mutex;
     Channel m_channel;
     std::string m_server;
     int m_port = 0;
@@ -417,6 +498,8 @@ private:
     std::uint32_t m_average = 0;
     std::uint32_t m_pump = 0;
     int m_early = -1;
+    std::atomic<bool> m_stop = false;
+    std::thread m_heartbeat;
 };
 
 } // namespace
