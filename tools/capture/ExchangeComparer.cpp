@@ -45,6 +45,17 @@ Shown ShownText(std::string_view text) {
     return {"'" + Printable(text) + "'"};
 }
 
+/// Two texts that differ, from a little before their first difference where that is far behind the beginning.
+Difference DifferentTexts(const char* what, std::string_view a, std::string_view b) {
+    constexpr std::size_t kFar = 48;
+    constexpr std::size_t kBefore = 16;
+    const auto same = static_cast<std::size_t>(std::ranges::mismatch(a, b).in1 - a.begin());
+    if (same < kFar) return {what, ShownText(a), ShownText(b)};
+    const std::size_t from = same - kBefore;
+    return {std::string(what) + " from byte " + std::to_string(from + 1), ShownText(a.substr(from)),
+            ShownText(b.substr(from))};
+}
+
 Shown ShownSize(std::size_t bytes) {
     return {Counted(bytes, "byte")};
 }
@@ -156,7 +167,7 @@ std::optional<Difference> ExchangeComparer::CompareRequests(const Exchange& a, c
     if (a.kind == Exchange::kPacket) return CompareRequestPackets(a.request, b.request);
     if (a.kind == Exchange::kBytes) return CompareBytes("request", a.request, b.request);
     if (RequestKey(a) == RequestKey(b)) return {};
-    return Difference{"request text", ShownText(Timeless(a.request)), ShownText(Timeless(b.request))};
+    return DifferentTexts("request text", Timeless(a.request), Timeless(b.request));
 }
 
 std::optional<Difference> ExchangeComparer::CompareRequestPackets(std::string_view a, std::string_view b) {
@@ -166,8 +177,7 @@ std::optional<Difference> ExchangeComparer::CompareRequestPackets(std::string_vi
     const std::size_t objectsA = ObjectsAt(a);
     const std::size_t objectsB = ObjectsAt(b);
     if (objectsA == 0 || objectsB == 0) return CompareBytes("request", a, b);
-    if (Objects(a) != Objects(b))
-        return Difference{"request objects", ShownText(Objects(a)), ShownText(Objects(b))};
+    if (Objects(a) != Objects(b)) return DifferentTexts("request objects", Objects(a), Objects(b));
     constexpr std::size_t kSamplesAt = host::kRequestHeaderBytes;
     return CompareSamples("request", a.substr(kSamplesAt, objectsA - kSamplesAt),
                           b.substr(kSamplesAt, objectsB - kSamplesAt), false);
@@ -212,7 +222,7 @@ std::optional<Difference> ExchangeComparer::CompareReplyFrames(std::string_view 
         return Difference{"reply", ReplyInWords(a), ReplyInWords(b)};
     if (IsText(a)) {
         if (Timeless(a) == Timeless(b)) return {};
-        return Difference{"reply text", ShownText(Timeless(a)), ShownText(Timeless(b))};
+        return DifferentTexts("reply text", Timeless(a), Timeless(b));
     }
     if (auto difference = CompareFields(a, b,
                                         {{"reply tag", 0},
