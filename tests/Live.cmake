@@ -27,4 +27,12 @@ if(TARGET vrx_jack)
   add_dependencies(live_command_tests vrx)
   add_test(NAME live_command_tests COMMAND live_command_tests)
   set_tests_properties(live_command_tests PROPERTIES RUN_SERIAL ON TIMEOUT 600)
+
+  # Not a test but a run of its own: see script/soak-live.
+  add_executable(soak_live reliability/soak_live.cpp support/Subprocess.cpp)
+  target_compile_definitions(soak_live PRIVATE
+    VRX_PLUGIN="${PROJECT_BINARY_DIR}/VRX_talker_norvo.so"
+    VRX_PROGRAM="$<TARGET_FILE:vrx>")
+  target_link_libraries(soak_live PRIVATE PkgConfig::JACK vrx_build_options Threads::Threads)
+  add_dependencies(soak_live VRX_talker_norvo vrx)
 endif()

@@ -2,6 +2,7 @@
 
 #include "tests/support/Subprocess.h"
 
+#include <csignal>
 #include <cstdlib>
 #include <memory>
 #include <string>

@@ -1,22 +1,18 @@
 #include "tests/support/FolderTest.h"
+#include "tests/support/JackRecorder.h"
 #include "tests/support/JackServer.h"
 #include "tests/tools/VrxRun.h"
 
 #include <gtest/gtest.h>
-#include <jack/jack.h>
 #include <nlohmann/json.hpp>
 
-#include <atomic>
-#include <cerrno>
-#include <cmath>
+#include <chrono>
 #include <csignal>
 #include <fstream>
-#include <thread>
 
 namespace {
 
 using Clock = std::chrono::steady_clock;
-constexpr auto kPatience = std::chrono::seconds(30);
 
 /// One server for all tests of a run: many short-lived ones make JACK unreliable.
 JackServer& TheJackServer() {
@@ -24,129 +20,6 @@ JackServer& TheJackServer() {
     server.Use();
     return server;
 }
-
-/// Waits until `condition` holds; false after a long time.
-template <class Condition>
-bool Await(const Condition& condition) {
-    for (const auto until = Clock::now() + kPatience; Clock::now() < until;) {
-        if (condition()) return true;
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-    return condition();
-}
-
-/// Plays noise into a client's in_1 and records its out_1, frame by frame. The way back closes a circle, which adds a
-/// period to what it hears.
-class Recorder {
-public:
-    explicit Recorder(const std::string& name) : m_noise(kMost), m_heard(kMost) {
-        std::uint32_t state = 1;
-        for (float& sample : m_noise) {
-            state = state * 1664525 + 1013904223;
-            sample = static_cast<float>(static_cast<std::int32_t>(state) / 2147483648.0);
-        }
-        m_client = jack_client_open("recorder", JackNoStartServer, nullptr);
-        if (m_client == nullptr) return;
-        m_out = jack_port_register(m_client, "out", JACK_DEFAULT_AUDIO_TYPE, JackPortIsOutput, 0);
-        m_in = jack_port_register(m_client, "in", JACK_DEFAULT_AUDIO_TYPE, JackPortIsInput, 0);
-        jack_set_process_callback(m_client, Process, this);
-        jack_activate(m_client);
-        const auto join = [&](const std::string& from, const std::string& to) {
-            return Await([&] { // a client's ports are there a little before it plays
-                const int result = jack_connect(m_client, from.c_str(), to.c_str());
-                return result == 0 || result == EEXIST;
-            });
-        };
-        m_up = join("recorder:out", name + ":in_1") && join(name + ":out_1", "recorder:in");
-    }
-    ~Recorder() {
-        if (m_client == nullptr) return;
-        jack_deactivate(m_client);
-        jack_client_close(m_client);
-    }
-
-    /// Whether the client was there, and joined.
-    bool Up() const { return m_up; }
-    /// Waits until so many frames more are heard.
-    bool Hear(std::size_t frames) {
-        const std::size_t goal = std::min(kMost, m_frames + frames);
-        return Await([&] { return m_frames >= goal; });
-    }
-    void Freewheel(bool on) { jack_set_freewheel(m_client, on ? 1 : 0); }
-    std::size_t Frames() const { return m_frames; }
-
-    enum class Frame { kSilence, kWet, kDry, kOther };
-    /// What is heard at a frame with this delay; the server inverts.
-    Frame At(std::size_t frame, std::size_t delay) const {
-        const float heard = m_heard[frame];
-        if (heard == 0) return Frame::kSilence;
-        if (frame < delay) return Frame::kOther;
-        const float played = m_noise[frame - delay];
-        return heard == -played ? Frame::kWet : heard == played ? Frame::kDry : Frame::kOther;
-    }
-    struct Counts {
-        std::size_t silence = 0;
-        std::size_t wet = 0;
-        std::size_t dry = 0;
-        std::size_t other = 0;
-    };
-    Counts Count(std::size_t from, std::size_t to, std::size_t delay) const {
-        Counts counts;
-        for (std::size_t frame = from; frame < to; ++frame) {
-            switch (At(frame, delay)) {
-            case Frame::kSilence:
-                ++counts.silence;
-                break;
-            case Frame::kWet:
-                ++counts.wet;
-                break;
-            case Frame::kDry:
-                ++counts.dry;
-                break;
-            case Frame::kOther:
-                ++counts.other;
-                break;
-            }
-        }
-        return counts;
-    }
-    /// Frames of delay between a port's two sides as JACK reports it: {capture of out_1, playback of in_1}.
-    std::pair<jack_nframes_t, jack_nframes_t> Latencies(const std::string& name) const {
-        jack_latency_range_t capture = {};
-        jack_latency_range_t playback = {};
-        jack_port_get_latency_range(jack_port_by_name(m_client, (name + ":out_2").c_str()),
-                                    JackCaptureLatency, &capture);
-        jack_port_get_latency_range(jack_port_by_name(m_client, (name + ":in_2").c_str()),
-                                    JackPlaybackLatency, &playback);
-        return {jack_nframes_t{capture.max}, jack_nframes_t{playback.max}};
-    }
-    bool HasPort(const std::string& port) const {
-        return jack_port_by_name(m_client, port.c_str()) != nullptr;
-    }
-
-private:
-    static constexpr std::size_t kMost = 48000 * 120;
-
-    static int Process(jack_nframes_t frames, void* self) {
-        auto& recorder = *static_cast<Recorder*>(self);
-        auto* const out = static_cast<float*>(jack_port_get_buffer(recorder.m_out, frames));
-        const auto* const in = static_cast<const float*>(jack_port_get_buffer(recorder.m_in, frames));
-        const std::size_t at = recorder.m_frames;
-        if (at + frames > kMost) return 0;
-        std::copy_n(recorder.m_noise.begin() + static_cast<std::ptrdiff_t>(at), frames, out);
-        std::copy_n(in, frames, recorder.m_heard.begin() + static_cast<std::ptrdiff_t>(at));
-        recorder.m_frames = at + frames;
-        return 0;
-    }
-
-    std::vector<float> m_noise;
-    std::vector<float> m_heard;
-    std::atomic<std::size_t> m_frames{0};
-    bool m_up = false;
-    jack_client_t* m_client = nullptr;
-    jack_port_t* m_out = nullptr;
-    jack_port_t* m_in = nullptr;
-};
 
 /// A `vrx live` at a server that inverts what it gets.
 class Live {
@@ -188,13 +61,13 @@ TEST_F(LiveTest, ReportsWhatItDelays) {
     Live live(m_serve.Port(), {"--block", "256", "--latency", "768"});
     EXPECT_EQ(live.Ready(),
               "vrx live: ready: 2 channels at 48000 Hz, period 256, block 256, latency 768 frames (16.0 ms)");
-    Recorder recorder("vrx");
+    JackRecorder recorder("vrx");
     ASSERT_TRUE(recorder.Up());
     EXPECT_TRUE(Await(
         [&] { return recorder.Latencies("vrx") == std::pair<jack_nframes_t, jack_nframes_t>(768, 768); }));
     ASSERT_TRUE(recorder.Hear(48000));
     const std::size_t delay = 768 + kPeriod;
-    const Recorder::Counts heard = recorder.Count(24000, recorder.Frames(), delay);
+    const JackRecorder::Counts heard = recorder.Count(24000, recorder.Frames(), delay);
     EXPECT_GT(heard.wet, heard.other + heard.dry + heard.silence); // a busy machine may be late now and then
     for (const std::size_t wrong : {delay - 1, delay + 1, delay - 256, delay + 256})
         EXPECT_LT(recorder.Count(24000, recorder.Frames(), wrong).wet, 100U) << wrong;
@@ -207,7 +80,7 @@ TEST_F(LiveTest, FreewheelingIsExactFromTheFirstFrameToTheLast) {
     for (const char* block : {"64", "256", "1000"}) {
         SCOPED_TRACE(block);
         Live live(m_serve.Port(), {"--block", block, "--latency", "2000", "--json"});
-        Recorder recorder("vrx");
+        JackRecorder recorder("vrx");
         ASSERT_TRUE(recorder.Up());
         recorder.Freewheel(true);
         ASSERT_TRUE(recorder.Hear(20000)); // what came before may have been late
@@ -219,7 +92,7 @@ TEST_F(LiveTest, FreewheelingIsExactFromTheFirstFrameToTheLast) {
         EXPECT_EQ(end.exitCode, 0) << end.err;
         const nlohmann::json summary = nlohmann::json::parse(end.out);
         const std::size_t delay = summary["latency_frames"].get<std::size_t>() + kPeriod;
-        const Recorder::Counts heard = recorder.Count(from, to, delay);
+        const JackRecorder::Counts heard = recorder.Count(from, to, delay);
         EXPECT_EQ(heard.wet, to - from);
     }
 }
@@ -249,7 +122,7 @@ TEST_F(LiveTest, TheSummaryHasItsKeys) {
 
 TEST_F(LiveTest, SoundIsBackAfterTheServerWasKilled) {
     Live live(m_serve.Port(), {"--block", "256", "--latency", "2048", "--json"});
-    Recorder recorder("vrx");
+    JackRecorder recorder("vrx");
     ASSERT_TRUE(recorder.Up());
     ASSERT_TRUE(recorder.Hear(24000));
     m_serve.Kill();
@@ -279,7 +152,7 @@ TEST_F(LiveTest, EveryFaultLeavesItRunning) {
                               "late=20ms,reset,cut=2,pieces=100,wrong-tag,text", "--fault-rate", "0.02",
                               "--fault-limit", "3"});
     Live live(serve.Port(), {"--block", "256", "--latency", "1024", "--json"});
-    Recorder recorder("vrx");
+    JackRecorder recorder("vrx");
     ASSERT_TRUE(recorder.Up());
     const std::size_t delay = 1024 + kPeriod;
     ASSERT_TRUE(recorder.Hear(96000));
@@ -293,7 +166,7 @@ TEST_F(LiveTest, EveryFaultLeavesItRunning) {
 TEST_F(LiveTest, AStuckServerDoesNotHoldUpTheEnd) {
     const ServeProcess serve({"--faults", "no-answer"});
     Live live(serve.Port(), {"--block", "256", "--latency", "1024", "--json"});
-    Recorder recorder("vrx");
+    JackRecorder recorder("vrx");
     ASSERT_TRUE(recorder.Up());
     ASSERT_TRUE(recorder.Hear(9600));
     const auto begin = Clock::now();
@@ -309,7 +182,7 @@ TEST_F(LiveTest, ManyChannelsAndTwoClients) {
         << wide.Ready();
     Live second(m_serve.Port(), {"--name", "wide", "--block", "256", "--latency", "512"});
     EXPECT_NE(second.Ready(), "");
-    Recorder recorder("wide-01"); // JACK's name for the second one
+    JackRecorder recorder("wide-01"); // JACK's name for the second one
     EXPECT_TRUE(recorder.Up() && recorder.HasPort("wide:out_32"));
     EXPECT_EQ(wide.End().exitCode, 0);
     EXPECT_EQ(second.End().exitCode, 0);
@@ -317,7 +190,7 @@ TEST_F(LiveTest, ManyChannelsAndTwoClients) {
 
 TEST_F(LiveTest, APeriodChangeMakesANewBridgeAndKeepsThePorts) {
     Live live(m_serve.Port(), {"--block", "256", "--latency", "256", "--json"});
-    Recorder recorder("vrx");
+    JackRecorder recorder("vrx");
     ASSERT_TRUE(recorder.Up());
     ASSERT_TRUE(recorder.Hear(4800));
     EXPECT_EQ(RunProgram({"jack_bufsize", "1024"}).exitCode, 0);
