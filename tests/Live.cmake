@@ -14,6 +14,16 @@ add_executable(live_tests
 target_link_libraries(live_tests PRIVATE vrx_live vrx_build_options GTest::gtest_main)
 vrx_discover_tests(live_tests)
 
+# Counts what the callback's thread does: brings the heap's functions itself, which a sanitizer has taken.
+if(NOT VRX_SANITIZE)
+  add_executable(realtime_tests
+    live/Bridge_realtime_test.cpp
+    support/RealTimeCounts.cpp
+  )
+  target_link_libraries(realtime_tests PRIVATE vrx_live vrx_build_options GTest::gtest_main ${CMAKE_DL_LIBS})
+  vrx_discover_tests(realtime_tests)
+endif()
+
 # The program itself, with real JACK servers of a dummy driver: one process for all, and nothing beside it.
 if(TARGET vrx_jack)
   add_executable(live_command_tests

@@ -21,6 +21,11 @@ target_link_libraries(lv2_tests PRIVATE vrx_lv2 vrx_build_options GTest::gtest_m
 add_dependencies(lv2_tests vrx_lv2_plugin vrx VRX_talker_norvo)
 vrx_discover_tests(lv2_tests)
 
+if(TARGET realtime_tests)
+  target_sources(realtime_tests PRIVATE lv2/Instance_realtime_test.cpp)
+  target_link_libraries(realtime_tests PRIVATE vrx_lv2)
+endif()
+
 find_program(VALGRIND valgrind)
 if(VALGRIND AND NOT VRX_SANITIZE)
   add_test(NAME lv2.valgrind COMMAND ${VALGRIND} --quiet --leak-check=full --errors-for-leak-kinds=definite
