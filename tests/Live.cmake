@@ -24,8 +24,15 @@ if(NOT VRX_SANITIZE)
   vrx_discover_tests(realtime_tests)
 endif()
 
-# The program itself, with real JACK servers of a dummy driver: one process for all, and nothing beside it.
 if(TARGET vrx_jack)
+  add_executable(jack_tests
+    support/FakeJack.cpp
+    tools/jack/JackClient_test.cpp
+  )
+  target_link_libraries(jack_tests PRIVATE vrx_jack PkgConfig::JACK vrx_build_options GTest::gtest_main)
+  vrx_discover_tests(jack_tests)
+
+  # The program itself, with real JACK servers of a dummy driver: one process for all, and nothing beside it.
   add_executable(live_command_tests
     support/Subprocess.cpp
     tools/commands/Live_test.cpp
