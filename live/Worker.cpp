@@ -42,7 +42,8 @@ void Worker::Step(std::chrono::microseconds patience) {
     if (!m_block) return;
     for (std::size_t i = 0; i < m_in.size(); ++i)
         m_in[i] = host::WordFromSample(static_cast<double>(m_block->samples[i]), m_parts.words);
-    while (m_block && !Stopped()) Exchange();
+    // Its turn may pass while the server is being reached again.
+    while (m_block && !Stopped() && m_slots.Wanted(*m_block)) Exchange();
     if (m_block) GiveUp();
 }
 

@@ -111,6 +111,22 @@ TEST(Worker, BlocksWhoseTurnHasPassedAreNotSent) {
     EXPECT_EQ(rig.Lost(), 0U);
 }
 
+/// The pause of an outage is over before the block's turn, the new connect after it.
+TEST(Worker, ABlockWhoseTurnPassesDuringAConnectIsNotSent) {
+    Shape shape = kShape;
+    shape.latencyFrames += static_cast<std::size_t>(shape.sampleRate) / shape.blockFrames * shape.blockFrames;
+    Rig::Script script;
+    unsigned n = 0;
+    script.pump = [&] { return Rig::Answer{0, n++ == 10 ? CVRXTalker::kSendFailed : 0, true}; };
+    script.configure = [&] {
+        return Rig::Answer{static_cast<unsigned>(2 * shape.latencyFrames / shape.periodFrames), 0, true};
+    };
+    Rig rig(shape, script);
+    rig.Run(static_cast<unsigned>(6 * shape.latencyFrames / shape.periodFrames));
+    EXPECT_EQ(rig.State().reconnects, 1U);
+    EXPECT_EQ(rig.Lost(), 1U);
+}
+
 TEST(Worker, AServerThatIsNotThereAtTheStartIsAnOutage) {
     Rig::Script script;
     unsigned n = 0;

@@ -10,12 +10,14 @@
 
 /// A JACK server with a dummy driver, for this process and the programs that it starts; it waits for its clients in every
 /// period, so that a busy machine disturbs no recording. Ends by SIGTERM: a killed one
-/// would leave its place among the machine's few servers taken.
+/// would leave its place among the machine's few servers taken. Its lines go nowhere: an unread pipe would hold
+/// it up.
 class JackServer {
 public:
     explicit JackServer(const std::string& name, int period = 256)
-        : m_name(name), m_process({"jackd", "-r", "-S", "-n", name, "-d", "dummy", "-r", "48000", "-p",
-                                   std::to_string(period)}) {
+        : m_name(name), m_process({"sh", "-c",
+                                   "exec jackd -r -S -n " + name + " -d dummy -r 48000 -p " +
+                                       std::to_string(period) + " >/dev/null 2>&1"}) {
         Use();
         const Subprocess::Outcome up = RunProgram({"jack_wait", "-w", "-t", "20"});
         m_up = up.exitCode == 0;

@@ -147,20 +147,57 @@ TEST_F(LiveTest, SoundIsBackAfterTheServerWasKilled) {
     EXPECT_EQ(end.err.find("is away: "), end.err.rfind("is away: ")) << end.err; // one line for one outage
 }
 
-TEST_F(LiveTest, EveryFaultLeavesItRunning) {
-    const ServeProcess serve({"--process", "invert", "--faults",
-                              "late=20ms,reset,cut=2,pieces=100,wrong-tag,text", "--fault-rate", "0.02",
-                              "--fault-limit", "3"});
-    Live live(serve.Port(), {"--block", "256", "--latency", "1024", "--json"});
-    JackRecorder recorder("vrx");
-    ASSERT_TRUE(recorder.Up());
+/// Whatever becomes of a reply: what comes out is processed or dry, at one and the same delay, with a fade of a
+/// millisecond between the two, and where the server goes on the processed sound is soon back.
+TEST_F(LiveTest, EachFaultChangesNothingButWetToDry) {
+    struct Case {
+        const char* faults;
+        bool back;      // within this test's patience
+        int late;       // at least
+        int reconnects; // at least
+    };
     const std::size_t delay = 1024 + kPeriod;
-    ASSERT_TRUE(recorder.Hear(96000));
-    EXPECT_TRUE(Await(
-        [&] { return recorder.Count(recorder.Frames() - 24000, recorder.Frames(), delay).wet > 12000; }));
-    const Subprocess::Outcome end = live.End();
-    EXPECT_EQ(end.exitCode, 0) << end.err;
-    EXPECT_EQ(nlohmann::json::parse(end.out)["latency_frames"], 1024);
+    constexpr std::size_t kFade = 48;
+    for (const Case& c : {
+             Case{"late=100ms", true, 1, 0}, Case{"reset", true, 1, 1}, Case{"cut=2", true, 1, 1},
+             Case{"pieces=4000", true, 0, 0}, Case{"refuse=2s", true, 1, 1},
+             Case{"no-answer", false, 1, 0}, // the talker waits for ten seconds
+         }) {
+        SCOPED_TRACE(c.faults);
+        // With this seed it is some 140 replies, three quarters of a second, until one is spoilt.
+        const ServeProcess serve({"--process", "invert", "--faults", c.faults, "--fault-rate", "0.01",
+                                  "--fault-limit", "1", "--seed", "433"});
+        Live live(serve.Port(), {"--block", "256", "--latency", "1024", "--json"});
+        JackRecorder recorder("vrx");
+        ASSERT_TRUE(recorder.Up());
+        const std::size_t from =
+            recorder.Frames() + delay + 2 * kPeriod; // connections take effect with a period
+        ASSERT_TRUE(recorder.Hear(48000));
+        const std::size_t fault = recorder.Frames();
+        if (c.back) {
+            EXPECT_TRUE(Await([&] { return recorder.Count(fault, recorder.Frames(), delay).wet > 2000; }));
+        } else {
+            ASSERT_TRUE(recorder.Hear(24000));
+            EXPECT_EQ(recorder.Count(fault, fault + 24000, delay).dry, 24000U);
+        }
+        EXPECT_LE(recorder.LongestFade(from, recorder.Frames(), delay), kFade);
+        const Subprocess::Outcome end = live.End();
+        EXPECT_EQ(end.exitCode, 0) << end.err;
+        const nlohmann::json summary = nlohmann::json::parse(end.out);
+        EXPECT_EQ(summary["latency_frames"], 1024);
+        EXPECT_GE(summary["late"], c.late);
+        EXPECT_GE(summary["reconnects"], c.reconnects);
+    }
+}
+
+TEST_F(LiveTest, ConnectJoinsThePhysicalPorts) {
+    Live live(m_serve.Port(), {"--latency", "1024", "--connect"});
+    EXPECT_NE(live.Ready(), "");
+    const std::string ports = RunProgram({"jack_lsp", "-c"}).out;
+    for (const char* joined : {"system:capture_1\n   vrx:in_1\n", "system:capture_2\n   vrx:in_2\n",
+                               "system:playback_1\n   vrx:out_1\n", "system:playback_2\n   vrx:out_2\n"})
+        EXPECT_NE(ports.find(joined), std::string::npos) << ports;
+    EXPECT_EQ(live.End().exitCode, 0);
 }
 
 TEST_F(LiveTest, AStuckServerDoesNotHoldUpTheEnd) {
