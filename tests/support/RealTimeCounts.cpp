@@ -2,6 +2,7 @@
 
 #include <csignal>
 #include <cstddef>
+#include <cstdint>
 #include <ctime>
 #include <dlfcn.h>
 #include <linux/futex.h>
@@ -37,6 +38,10 @@ Function* Next(const char* name) {
     return reinterpret_cast<Function*>(::dlsym(RTLD_NEXT, name));
 }
 
+bool IsWake(std::uint64_t operation) {
+    return (static_cast<int>(operation) & FUTEX_CMD_MASK) == FUTEX_WAKE;
+}
+
 /// What the tracer keeps between two stops of the child.
 struct Tracer {
     RealTimeCounts& counts;
@@ -46,7 +51,7 @@ struct Tracer {
         const auto number = static_cast<long>(info.entry.nr);
         if (number == kMark)
             inside = !inside;
-        else if (inside && number == SYS_futex && (info.entry.args[1] & FUTEX_CMD_MASK) == FUTEX_WAKE)
+        else if (inside && number == SYS_futex && IsWake(info.entry.args[1]))
             ++counts.wakes;
         else if (inside)
             ++counts.otherCalls;
@@ -107,7 +112,8 @@ std::optional<RealTimeCounts> CountRealTime(const std::function<bool()>& body) {
     return counts;
 }
 
-// The heap's and the locks' functions of the whole program: they count, and pass on.
+// The heap's and the locks' functions of the whole program, its shared libraries included: they count, and pass on.
+#pragma GCC visibility push(default)
 extern "C" {
 
 void* __libc_malloc(std::size_t size);
@@ -163,3 +169,4 @@ int sem_wait(sem_t* semaphore) {
     return next(semaphore);
 }
 } // extern "C"
+#pragma GCC visibility pop
