@@ -64,10 +64,14 @@ endforeach()
 # Without such symbols it is really unloaded by dlclose.
 target_compile_options(other_plugin PRIVATE $<$<CXX_COMPILER_ID:GNU>:-fno-gnu-unique>)
 add_executable(check_tests
+  support/RawClient.cpp
   support/ScriptedServer.cpp
   support/Subprocess.cpp
+  tools/checks/CheckRunner_test.cpp
+  tools/checks/Expect_test.cpp
   tools/checks/PluginChecks_test.cpp
   tools/checks/ServerChecks_test.cpp
+  tools/checks/StubServer_test.cpp
   tools/commands/Check_test.cpp
 )
 target_include_directories(check_tests PRIVATE ${PROJECT_SOURCE_DIR})

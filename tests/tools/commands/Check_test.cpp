@@ -93,6 +93,21 @@ TEST(Check, SkipsWhatNeedsAFailedCheck) {
     EXPECT_EQ(report.at("checks").at(2).at("got"), "it needs 'connects'");
 }
 
+/// Factories that cannot be used: every call of theirs is survived, and said in one line.
+TEST(Check, SurvivesFactoriesThatGiveNoTalker) {
+    for (const char* wrong : {"factory-null", "factory-throws", "factory-exits", "factory-crashes"}) {
+        const auto end = CheckWrong(wrong, {"--json"});
+        EXPECT_EQ(end.exitCode, 4) << wrong;
+        EXPECT_EQ(end.err, "vrx check plugin: " VRX_OTHER_PLUGIN " is wrong: loads\n") << wrong;
+        const json counts = json::parse(end.out).at("counts");
+        EXPECT_EQ(counts.at("passed"), 0) << wrong;
+        EXPECT_EQ(counts.at("failed").get<int>() + counts.at("crashed").get<int>(), 1) << wrong;
+    }
+    const auto prints = CheckWrong("factory-prints", {"--only", "^loads"});
+    EXPECT_EQ(prints.exitCode, 4);
+    EXPECT_EQ(prints.err, "vrx check plugin: " VRX_OTHER_PLUGIN " is wrong: loads-quietly\n");
+}
+
 TEST(Check, EndsWhatHangs) {
     const auto end = CheckWrong("factory-hangs", {"--json", "--only", "^loads$"});
     EXPECT_EQ(end.exitCode, 4);

@@ -1,0 +1,151 @@
+#include "tools/checks/StubServer.h"
+
+#include "tests/support/RawClient.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using namespace vrx::tool;
+using namespace std::string_literals;
+using std::chrono::milliseconds;
+using Words = std::vector<std::uint32_t>;
+
+/// Two words, 11 and 22, of which so many are wanted back.
+std::string Request(char wanted) {
+    return "\x03\x00\xFF\x07\x20\x00\x00\x00\x03\x00\x00\x00\x3A\x00\x00\x00"s +
+           static_cast<char>(wanted + 3) + "\x00\x00\x00\x0B\x00\x00\x00\x16\x00\x00\x00,,\x00\x00"s;
+}
+
+RawClient Connect(const StubServer& server) {
+    return RawClient(static_cast<std::uint16_t>(server.Port()));
+}
+
+std::string Taken(StubServer& server) {
+    const auto request = server.Take();
+    return request ? request->bytes : "<none>";
+}
+
+TEST(ReplyPacket, HasHeadStatusFiguresAndData) {
+    EXPECT_EQ(ReplyPacket(0xFFFFFFFF, 0x100, 0x200, Words{7, 8}),
+              "\x03\x00\xFF\x07"
+              "\x24\x00\x00\x00" // 36 bytes
+              "\x05\x00\x00\x00" // status, two figures, two words
+              "\x3A\x00\x00\x00"
+              "\xFF\xFF\xFF\xFF"
+              "\x00\x01\x00\x00\x00\x02\x00\x00"
+              "\x07\x00\x00\x00\x08\x00\x00\x00"s);
+}
+
+TEST(StubServer, AnswersByItselfAndWritesDownWhatCame) {
+    StubServer server;
+    const RawClient client = Connect(server);
+    EXPECT_EQ(client.Ask("connect,127.0.0.1,1"), "ok");
+    EXPECT_EQ(Taken(server), "connect,127.0.0.1,1\n");
+    for (const char wanted : {'\0', '\1', '\2', '\3'}) {
+        const Words all = {11, 22, 0};
+        const std::string reply =
+            ReplyPacket(0, 0, 0, std::span(all).first(static_cast<std::size_t>(wanted)));
+        client.Send(Request(wanted));
+        EXPECT_EQ(client.Receive(reply.size()), reply);
+        EXPECT_EQ(Taken(server), Request(wanted));
+    }
+    EXPECT_FALSE(server.Take(milliseconds(0)));
+}
+
+TEST(StubServer, WaitsForWholeRequests) {
+    StubServer server;
+    const RawClient client = Connect(server);
+    for (const std::string& request : {"status\n"s, Request(0)}) {
+        for (const char byte : request) client.Send(std::string(1, byte));
+        EXPECT_EQ(Taken(server), request);
+    }
+}
+
+TEST(StubServer, FollowsItsOrdersInTurn) {
+    StubServer server;
+    server.Then(Answer::Bytes("first\n"));
+    server.Then({.pieces = {"sec", "ond\n"}, .pause = milliseconds(5)});
+    const RawClient client = Connect(server);
+    EXPECT_EQ(client.Ask("a"), "first");
+    EXPECT_EQ(client.Ask("b"), "second");
+    EXPECT_EQ(client.Ask("c"), "ok");
+    server.Always([](const StubServer::Request& request) { return Answer::Bytes("got " + request.bytes); });
+    EXPECT_EQ(client.Ask("d"), "got d");
+    server.Forget();
+    EXPECT_FALSE(server.Take(milliseconds(0)));
+}
+
+struct EndCase {
+    Answer::End end;
+    const char* rest;
+};
+
+TEST(StubServer, EndsConnectionsAsItIsTold) {
+    for (const EndCase& row :
+         {EndCase{Answer::kClose, "bye\n<end>"}, EndCase{Answer::kHalfClose, "bye\n<end>"},
+          EndCase{Answer::kStopAll, "bye\n<end>"}}) {
+        StubServer server;
+        const RawClient client = Connect(server);
+        server.Then({.pieces = {"bye\n"}, .end = row.end});
+        client.Send("x\n");
+        EXPECT_EQ(client.ReceiveRest(), row.rest);
+        EXPECT_TRUE(server.WaitForOpen(0));
+        EXPECT_EQ(server.Connections(), 1);
+        EXPECT_EQ(RawClient::CanConnect(static_cast<std::uint16_t>(server.Port())),
+                  row.end != Answer::kStopAll);
+    }
+    StubServer server;
+    const RawClient client = Connect(server);
+    server.Then(Answer::Ending(Answer::kReset));
+    client.Send("x\n");
+    EXPECT_EQ(client.ReceiveRest(), "<reset>");
+}
+
+TEST(StubServer, DropsAllConnectionsAndListensAgain) {
+    StubServer server;
+    const RawClient one = Connect(server);
+    const RawClient other = Connect(server);
+    EXPECT_EQ(one.Ask("a"), "ok");
+    EXPECT_EQ(other.Ask("a"), "ok");
+    EXPECT_EQ(server.OpenConnections(), 2);
+    server.Drop(Answer::kReset);
+    EXPECT_EQ(one.ReceiveRest(), "<reset>");
+    EXPECT_EQ(other.ReceiveRest(), "<reset>");
+    server.Drop(Answer::kStopAll);
+    EXPECT_FALSE(RawClient::CanConnect(static_cast<std::uint16_t>(server.Port())));
+    server.ListenAgain();
+    EXPECT_EQ(Connect(server).Ask("a"), "ok");
+    EXPECT_EQ(server.Connections(), 3);
+}
+
+TEST(StubServer, TakesARequestEarlyLateOrNotAtAll) {
+    StubServer server;
+    const RawClient client = Connect(server);
+    server.Then({.pieces = {"early\n"}, .takeUnfinished = true});
+    client.Send("no line feed");
+    EXPECT_EQ(client.ReceiveLine(), "early");
+    EXPECT_EQ(Taken(server), "no line feed");
+    server.Then({.pieces = {"both\n"}, .readAtLeast = 4});
+    client.Send("a\n");
+    client.Send("b\n");
+    EXPECT_EQ(client.ReceiveLine(), "both");
+    EXPECT_EQ(Taken(server), "a\nb\n");
+    server.Then({.pieces = {"news\n"}, .unasked = true});
+    EXPECT_EQ(client.ReceiveLine(), "news");
+    EXPECT_EQ(Taken(server), "");
+}
+
+TEST(StubServer, SaysWhetherMoreCameBeforeTheAnswer) {
+    StubServer server;
+    const RawClient client = Connect(server);
+    server.Then({.pieces = {"ok\n"}, .listen = milliseconds(2000)});
+    client.Send("one\n");
+    client.Send("two\n");
+    EXPECT_EQ(client.ReceiveLine(), "ok");
+    const auto request = server.Take();
+    ASSERT_TRUE(request);
+    EXPECT_EQ(request->bytes, "one\ntwo\n");
+}
+
+} // namespace
