@@ -84,6 +84,12 @@ target_link_libraries(check_tests PRIVATE vrx_checks vrx_build_options GTest::gt
 add_dependencies(check_tests other_plugin other_server vrx)
 vrx_discover_tests(check_tests PROPERTIES COST 50)
 
+# The table in docs/checking.md; `script/check-matrix` makes it.
+add_executable(check_matrix EXCLUDE_FROM_ALL checks/check_matrix.cpp support/Subprocess.cpp)
+target_include_directories(check_matrix PRIVATE ${PROJECT_SOURCE_DIR})
+target_link_libraries(check_matrix PRIVATE vrx_build_options vrx_report)
+add_dependencies(check_matrix other_plugin other_server vrx)
+
 # Blocks of more than one segment over a link that cuts them, where the machine allows one.
 add_test(NAME whole_replies COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/tools/commands/WholeReplies_test.sh
   $<TARGET_FILE:vrx> $<TARGET_FILE:VRX_talker_norvo>)

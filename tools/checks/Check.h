@@ -16,12 +16,17 @@ struct CheckTarget {
     std::string file; ///< the plug-in
     std::string host; ///< the server
     int port = 0;
+    int recorderPort = 0; ///< on 127.0.0.1, to connect to instead of to the server; 0: there is no recorder
     std::string input = "In";
     std::string output = "Out";
     std::string layout = "Main";
     std::size_t block = 0;    ///< frames; 0: as the pins say, else one segment
     std::size_t channels = 0; ///< 0: as the pins say, else 2
     std::uint64_t seed = 1;
+
+    /// Where checks connect.
+    const std::string& ConnectHost() const;
+    int ConnectPort() const { return recorderPort != 0 ? recorderPort : port; }
 
     /// The file, or "host:port".
     std::string Name() const { return kind == kPlugin ? file : host + ":" + std::to_string(port); }

@@ -20,6 +20,11 @@ std::vector<Check> ByLevel(Tables tables) {
 
 } // namespace
 
+const std::string& CheckTarget::ConnectHost() const {
+    static const std::string kHere = "127.0.0.1";
+    return recorderPort != 0 ? kHere : host;
+}
+
 std::span<const Check> ChecksOf(CheckTarget::Kind kind) {
     static const std::vector<Check> kPlugin =
         ByLevel({PluginLoadChecks(), PluginConfigureChecks(), PluginRequestChecks(), PluginReplyChecks(),

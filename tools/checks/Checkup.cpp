@@ -246,8 +246,14 @@ Finding Checkup::Latency() {
     return finding;
 }
 
+/// The server, or the recorder in front of it.
+tcp::endpoint Checkup::RawEndpoint() const {
+    if (m_server.detourPort == 0) return m_endpoint;
+    return {asio::ip::address_v4::loopback(), static_cast<std::uint16_t>(m_server.detourPort)};
+}
+
 asio::error_code Checkup::OpenRaw(RawConnection& connection) const {
-    asio::error_code error = connection.Connect(m_endpoint);
+    asio::error_code error = connection.Connect(RawEndpoint());
     if (!error)
         error =
             connection.Send("connect," + m_server.host + "," + std::to_string(m_server.clientPort) + "\n");

@@ -72,6 +72,7 @@ private:
 
     Finding RefusedBlock(int result);
     std::string RawAnswer();
+    asio::ip::tcp::endpoint RawEndpoint() const;
     asio::error_code OpenRaw(RawConnection& connection) const;
     std::string BlockText() const;
     ObjectNames Names() const { return {m_server.layout, m_server.input, m_server.output}; }

@@ -21,7 +21,8 @@ asio::ip::tcp::endpoint ServerEndpoint(const CheckTarget& target) {
     asio::io_context io;
     tcp::resolver resolver(io);
     asio::error_code error;
-    const auto found = resolver.resolve(tcp::v4(), target.host, std::to_string(target.port), error);
+    const auto found =
+        resolver.resolve(tcp::v4(), target.ConnectHost(), std::to_string(target.ConnectPort()), error);
     Expect(!error && !found.empty(), "the server's name is known",
            "'" + target.host + "' is not known: " + error.message() + "; is it spelt right?",
            "talkers cannot find the server");

@@ -109,9 +109,9 @@ void ThroughTalker(Trial& trial) {
     if (!plugin) throw Untried{error};
     CapturedOutput output;
     const std::unique_ptr<CVRXTalker> talker = plugin->CreateTalker();
-    TalkerNames names{target.input, target.output, target.layout, 0, target.host};
+    TalkerNames names{target.input, target.output, target.layout, 0, target.ConnectHost()};
     trial.Doing("in Configure of a talker");
-    Expect(talker->Configure(ArgumentLine(target.port, names).c_str()), "a talker connects",
+    Expect(talker->Configure(ArgumentLine(target.ConnectPort(), names).c_str()), "a talker connects",
            output.TakeLines(), "hosts cannot use this server");
     unsigned pins[6];
     trial.Doing("in PinProps of a talker");

@@ -2,6 +2,8 @@
 #include "tools/checks/CheckRunner.h"
 #include "tools/checks/Probe.h"
 #include "tools/commands/Commands.h"
+#include "tools/commands/RecordOption.h"
+#include "tools/commands/RecordingProcess.h"
 #include "tools/commands/Subcommand.h"
 #include "tools/program/Interrupt.h"
 #include "tools/program/OutputFile.h"
@@ -9,6 +11,7 @@
 #include "tools/report/RunSummary.h"
 
 #include <cstdio>
+#include <optional>
 #include <regex>
 #include <unistd.h>
 
@@ -23,6 +26,7 @@ struct CheckOptions {
     int level = kDefaultLevel;
     std::string only;
     std::string junit;
+    std::string record;
     bool json = false;
 };
 
@@ -84,11 +88,14 @@ std::string Again(const CheckOptions& options, const Check& check) {
 
 int RunCheck(const CheckOptions& options) {
     CatchInterrupts();
-    const CheckTarget& target = options.target;
+    CheckTarget target = options.target;
     const bool plugin = target.kind == CheckTarget::kPlugin;
     const std::vector<const Check*> checks = Chosen(options);
     const std::string missing = WhyNothingToCheck(target);
     if (!missing.empty()) throw Failure{plugin ? kFileFailed : kCannotConnect, missing};
+    std::optional<RecordingProcess> recorder;
+    if (!options.record.empty())
+        target.recorderPort = recorder.emplace(options.record, target.host, target.port).Port();
 
     const bool colors = ColorsWanted(STDOUT_FILENO);
     RunOptions run;
@@ -166,6 +173,7 @@ void AddCheck(CLI::App& app, int& exitCode) {
         ->check(InRange(1, 262137));
     server.Add("--channels", target.channels, "N", "Channels of a block [as the pins say, else 2]")
         ->check(InRange(1, 1023));
+    AddRecordOption(server.Command(), server.Values().record);
 
     Subcommand<ListOptions> list(*check, exitCode, "list", "List all checks", RunList, "");
     list.AddJson(list.Values().json);

@@ -2,6 +2,7 @@
 #include "tools/checks/Checkup.h"
 #include "tools/commands/Client.h"
 #include "tools/commands/Commands.h"
+#include "tools/commands/RecordOption.h"
 #include "tools/commands/Subcommand.h"
 #include "tools/program/Interrupt.h"
 #include "tools/program/Terminal.h"
@@ -59,6 +60,7 @@ void AddDoctor(CLI::App& app, int& exitCode) {
     command.AddWithDefault("--rate", checkup.rate, "HZ", "Frames per second, for how long a block lasts")
         ->check(InRange(1, 1000000));
     AddObjectOptions(command.Command(), options.server);
+    AddRecordOption(command.Command(), options.server.record);
     command.AddJson(checkup.json);
 }
 

@@ -26,6 +26,13 @@ std::vector<Exchange> Exchanges(const std::string& path) {
     return all;
 }
 
+/// How many exchanges of a recording have their whole reply.
+std::size_t WholeExchanges(const std::string& path) {
+    std::size_t whole = 0;
+    for (const Exchange& each : Exchanges(path)) whole += each.whole ? 1 : 0;
+    return whole;
+}
+
 std::string Place(int port) {
     return "127.0.0.1:" + std::to_string(port);
 }
@@ -295,4 +302,29 @@ TEST_F(Record, SaysWhatIsWrongOnOneLine) {
     EXPECT_EQ(noHost.exitCode, 3);
     EXPECT_TRUE(IsOneLine(noHost.err)) << noHost.err;
     EXPECT_FALSE(std::filesystem::exists(file)) << "nothing is left behind";
+}
+
+TEST_F(Record, AChecksOwnRunLeavesARecording) {
+    const ServeProcess server;
+    const auto end = Vrx({"check", "server", "127.0.0.1", server.Port(), "--only",
+                          "^(one-piece|through-talker)$", "--record", Path("run.pcap"), "--json"});
+    EXPECT_EQ(end.exitCode, 0) << end.err;
+    EXPECT_EQ(end.err, "");
+    EXPECT_NE(end.out.find("\"target\":\"127.0.0.1:" + server.Port() + "\""), std::string::npos) << end.out;
+    EXPECT_GT(WholeExchanges(Path("run.pcap")), 150U) << "100 blocks of one check, 50 of the other";
+
+    const auto again = Vrx({"check", "server", "127.0.0.1", server.Port(), "--only", "^one-piece$",
+                            "--record", Path("run.pcap")});
+    EXPECT_EQ(again.exitCode, 2);
+    EXPECT_TRUE(IsOneLine(again.err)) << again.err;
+    EXPECT_NE(again.err.find("run.pcap"), std::string::npos) << again.err;
+}
+
+TEST_F(Record, ADoctorsOwnRunLeavesARecording) {
+    const ServeProcess server;
+    const auto end = Vrx({"doctor", "127.0.0.1", server.Port(), "--record", Path("run.pcap")});
+    EXPECT_EQ(end.exitCode, 0) << end.out << end.err;
+    EXPECT_NE(end.out.find("127.0.0.1:" + server.Port() + " is open"), std::string::npos) << end.out;
+    EXPECT_GT(WholeExchanges(Path("run.pcap")), 20U)
+        << "what the talker says, and ten replies looked at for pieces";
 }
