@@ -34,6 +34,13 @@ void ExpectNotConnected(PluginBench& bench, CheckedTalker& talker, const std::st
     bench.ExpectPrinted(when + ", SendMessage", NoChannelLine("SendMessage"));
     ExpectSame(when + ", SendMessage leaves the reply as", std::string("before"), reply,
                "a host takes what is no answer for a reply");
+
+    (void)talker.Pump(in.data(), out.Data(), 8, 8);
+    (void)talker.Pins(pins);
+    (void)talker.Send("status", reply);
+    bench.ExpectPrinted(when + ", one call after the other", NoChannelLine("PumpAudio") + "\n" +
+                                                                 NoChannelLine("PinProps") + "\n" +
+                                                                 NoChannelLine("SendMessage"));
 }
 
 void Connects(Trial& trial) {

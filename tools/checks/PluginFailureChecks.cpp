@@ -112,6 +112,10 @@ void Refused(Trial& trial) {
     server.Drop(Answer::kStopAll);
     CheckedTalker talker = bench.Make();
     ExpectConfigureFails(bench, talker, "when nothing listens", server.Port(), kNoConnection);
+    (void)talker.Configure(ArgumentLine(server.Port()));
+    (void)talker.Configure(ArgumentLine(server.Port()));
+    bench.ExpectPrinted("Configure twice, when nothing listens,",
+                        ConnectFailedLine(kNoConnection) + "\n" + ConnectFailedLine(kNoConnection));
     server.ListenAgain();
     ExpectSame("when the server is there again, Configure returns", true,
                talker.Configure(ArgumentLine(server.Port())), "a host has to make a new talker");
@@ -186,6 +190,11 @@ void DeadConnection(Trial& trial) {
                            FailedLine("PumpAudio", kSendFailed));
     on.ExpectPinsFail("on a connection that the server has reset", kSendFailed,
                       FailedLine("PinProps", kSendFailed));
+    (void)on.talker.Pump(nullptr, nullptr, 0, 0);
+    PinSix pins;
+    (void)on.talker.Pins(pins);
+    on.bench.ExpectPrinted("one call after the other on such a connection",
+                           FailedLine("PumpAudio", kSendFailed) + "\n" + FailedLine("PinProps", kSendFailed));
     ExpectSame("connections after these:", 1, on.server.Connections(),
                "hosts tell a dropped connection by -9997 until they configure the talker again");
     ExpectSame("then Configure returns", true, on.talker.Configure(ArgumentLine(on.server.Port())),
@@ -250,6 +259,13 @@ void NotAPacket(Trial& trial) {
         answers.push_back(ReplyPacket(0, 0, 0, Numbered(16, 1)));
         answers.back()[at] ^= 4;
     }
+    on.server.Then(Answer::Bytes("no\n"));
+    (void)on.talker.Pump(nullptr, nullptr, 0, 0);
+    on.server.Then(Answer::Bytes("no\n"));
+    PinSix pins;
+    (void)on.talker.Pins(pins);
+    on.bench.ExpectPrinted("one call after the other, answered with text",
+                           NoPacketLine("PumpAudio") + "\n" + NoPacketLine("PinProps"));
     for (const std::string& answer : answers) {
         const std::string when = "answered with " + Shown(std::string_view(answer).substr(0, 24));
         on.server.Then(Answer::Bytes(answer));

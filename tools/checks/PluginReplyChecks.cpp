@@ -18,17 +18,22 @@ void Status(Trial& trial) {
     PluginBench bench(trial);
     StubServer server;
     CheckedTalker talker = bench.Connected(server);
+    std::uint32_t figure = 0;
     for (const int status : {0, 1, -1, -5, 7, -1000, -9995, -9997, -9999, INT_MAX, INT_MIN}) {
         const auto word = static_cast<std::uint32_t>(status);
+        ++figure;
         const std::string when = "for a reply with the status " + std::to_string(status) + ", ";
         const char* means = "hosts get the server's status as it is, whatever its sign";
-        server.Then(Answer::Bytes(ReplyPacket(word, 0x100, 0x200, Words{11, 12})));
+        server.Then(Answer::Bytes(ReplyPacket(word, figure << 8, figure << 9, Words{11, 12})));
         GuardedWords out(2);
         const Words in = Numbered(2, 1);
         ExpectSame(when + "PumpAudio returns", status, talker.Pump(in.data(), out.Data(), 2, 2), means);
         ExpectWords(when + "out", {11, 12}, out.Copy(),
                     "an accepted reply is written to out, whatever its status");
-        ExpectSame(when + "GetAverageCycles returns", 1.0F, talker.Average(), means);
+        const auto shown = static_cast<float>(figure);
+        const char* meansFigures = "the figures are those of the last accepted reply, whatever its status";
+        ExpectSame(when + "GetAverageCycles returns", shown, talker.Average(), meansFigures);
+        ExpectSame(when + "GetPumpCycles returns", 2 * shown, talker.Pumped(), meansFigures);
 
         server.Then(Answer::Bytes(ReplyPacket(word, 0, 0, Words{0x400, 0x800})));
         PinSix pins = {};

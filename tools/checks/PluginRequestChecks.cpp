@@ -124,6 +124,10 @@ void LargeBlockBytes(Trial& trial) {
     StubServer server;
     CheckedTalker talker = bench.Connected(server);
     for (const std::size_t words : {5000U, 65536U, 262137U}) PumpBytes(bench, server, talker, words, 1);
+    for (const std::size_t words : {70000U, 262137U}) {
+        server.Then(Answer::Bytes(ReplyPacket(0, 0, 0, Words{1})));
+        PumpBytes(bench, server, talker, 1, words);
+    }
 }
 
 /// The path's length modulo 4 takes every value, for both kinds of request.

@@ -75,6 +75,23 @@ void Counts(Trial& trial) {
     ExpectServed(client, trial.Target(), words, "after blocks of other sizes");
 }
 
+/// Far more words than one segment holds: answered whole, or refused, if need be by the end of the connection.
+void LargeBlocks(Trial& trial) {
+    const BlockShape shape = FindBlock(trial);
+    for (const std::size_t words : {1024U, 4096U, 16384U}) {
+        const std::size_t whole = words / shape.channels * shape.channels;
+        const std::string when = "for a block of " + std::to_string(whole) + " words";
+        ServerClient client(trial);
+        const ServerReply reply = client.Ask(BlockRequest(trial.Target(), whole, whole));
+        if (reply.kind == ServerReply::kEnd || reply.kind == ServerReply::kReset) continue;
+        ExpectBlock(when, reply, whole, true);
+        ExpectServed(client, trial.Target(), shape.words,
+                     "after a block of " + std::to_string(whole) + " words");
+    }
+    ServerClient client(trial);
+    ExpectServed(client, trial.Target(), shape.words, "after large blocks");
+}
+
 /// A size whose reply fits one segment.
 std::size_t SmallBlock(Trial& trial) {
     const auto words = SegmentWords(trial, FindBlock(trial));
@@ -164,6 +181,8 @@ constexpr Check kChecks[] = {
      60, AnyWords},
     {"counts", CheckTarget::kServer, 3, "More or fewer words back than sent, or none, as asked for.",
      "takes-blocks", 60, Counts},
+    {"large-blocks", CheckTarget::kServer, 3, "Blocks of thousands of words come back whole, or are refused.",
+     "takes-blocks", 60, LargeBlocks},
     {"one-piece", CheckTarget::kServer, 4, "A reply that fits one segment comes in one piece.",
      "takes-blocks", 60, OnePiece},
     {"pins-in-one-piece", CheckTarget::kServer, 4, "The pins' reply comes in one piece.", "answers-connect",

@@ -71,6 +71,8 @@ void TextAndBlocks(Trial& trial) {
     for (int i = 0; i < 10; ++i) {
         const ServerReply text = client.Ask("status\n");
         Expect(text.IsAnswer(), "text between blocks is answered", text.Shown(), kStuck);
+        Expect(text.Alone() && client.Quiet(kQuiet), "text between blocks is answered by one line",
+               "more came: " + Shown(text.bytes), "a talker takes it for the answer to its next request");
         ExpectBlock("after text", client.Ask(BlockRequest(trial.Target(), words, words)), words);
     }
 }

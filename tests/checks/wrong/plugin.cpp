@@ -80,7 +80,8 @@ int Number(const std::string& text) {
 }
 
 void Line(const std::string& text) {
-    (void)std::fprintf(Is("lines-to-stderr") ? stderr : stdout, "%s\n", text.c_str());
+    const char* end = Is("lines-without-end") ? "" : "\n";
+    (void)std::fprintf(Is("lines-to-stderr") ? stderr : stdout, "%s%s", text.c_str(), end);
 }
 
 std::uint32_t WordAt(const std::string& bytes, std::size_t at) {
@@ -269,7 +270,7 @@ public:
         if (WordAt(reply, 0) != kTag) return NoPacket("PumpAudio", reply);
         Deliver(reply, out, Is("delivers-by-input") ? std::min(inCount, outCount) : outCount);
         if (Is("scribbles-on-in") && inCount > 100) const_cast<char*>(static_cast<const char*>(in))[4] ^= 1;
-        TakeFigures(reply);
+        if (!Is("figures-of-successes") || static_cast<int>(WordAt(reply, 16)) >= 0) TakeFigures(reply);
         result = static_cast<int>(WordAt(reply, 16));
         if (Is("chatters")) Line("CVRXTalker::PumpAudio: block sent");
         if (Is("prints-status") && result < 0)
@@ -367,6 +368,7 @@ private:
         PutWord(packet, static_cast<std::uint32_t>(20 + 4 * std::size_t{inCount} + padded));
         PutWord(packet, Is("counts-short-at-large") && inCount > 4000 ? inCount : inCount + 1);
         PutWord(packet, 0x3A);
+        if (Is("counts-to-65535")) outCount &= 0xFFFF;
         PutWord(packet, Is("counts-by-input") ? inCount + 3 : outCount + 3);
         if (inCount > 0) packet.append(static_cast<const char*>(words), 4 * std::size_t{inCount});
         if (Is("reads-one-more") && inCount > 0) {

@@ -112,6 +112,7 @@ private:
         if (!connect && Is("ignores-text")) return true;
         if (!connect && Is("closes-on-text")) return false;
         if (!connect && Is("text-answers-twice")) Send("what?\n");
+        if (Is("status-in-two-lines") && line == "status") Send("fine\n");
         Send(Is("no-line-feed")           ? "hello"
              : Is("zero-in-line")         ? std::string("hel\0lo\n", 7)
              : connect && Is("two-lines") ? "hello\nthere\n"
@@ -162,6 +163,7 @@ private:
             data[i] = Half(WordAt(packet, 20 + 4 * i));
         if (Is("one-word-short") && !data.empty()) data.pop_back();
         if (Is("input-count")) data.resize(arguments - 1);
+        if (Is("thousand-words") && data.size() > 1000) data.resize(1000);
         if (Is("nan") && !data.empty()) data.back() = 0x7FC00000;
         if (Is("short-at-2040") && data.size() > 2000) data.resize(2000);
         if (Is("mixes-clients") && !data.empty()) {
