@@ -23,6 +23,13 @@ foreach(page IN LISTS pages)
   endif()
 endforeach()
 
+# The CI jobs for makers of plug-ins and servers.
+get_target_property(definitions vrx_checks COMPILE_DEFINITIONS)
+if(VRX_JUNIT IN_LIST definitions)
+  add_test(NAME docs.ci_snippets COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/docs/ci_snippets.sh
+    ${PROJECT_SOURCE_DIR}/docs/checking.md $<TARGET_FILE:vrx> ${PROJECT_BINARY_DIR}/VRX_talker_norvo.so)
+endif()
+
 # The comparison itself: tells what differs from what only varies.
 add_test(NAME docs.comparison COMMAND console_blocks ${CMAKE_CURRENT_SOURCE_DIR}/docs/comparison.md)
 set_tests_properties(docs.comparison PROPERTIES PASS_REGULAR_EXPRESSION "13 commands run, 7 differ")

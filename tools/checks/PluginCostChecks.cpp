@@ -4,7 +4,11 @@
 #include <algorithm>
 #include <chrono>
 #include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <spawn.h>
 #include <sstream>
 #include <sys/mman.h>
@@ -109,11 +113,138 @@ void SystemCalls(Trial& trial) {
                     "it takes " + Shown(static_cast<float>(each)), "a host with many tracks loses time"});
 }
 
+/// A mono file of silence.
+std::string SilentWav(std::uint32_t frames) {
+    const std::uint32_t head[] = {0x46464952 /* RIFF */,
+                                  36 + 2 * frames,
+                                  0x45564157 /* WAVE */,
+                                  0x20746D66 /* fmt */,
+                                  16,
+                                  0x00010001 /* PCM, mono */,
+                                  48000,
+                                  96000,
+                                  0x00100002 /* 2 bytes, 16 bits */,
+                                  0x61746164 /* data */,
+                                  2 * frames};
+    std::string bytes(sizeof head + 2 * std::size_t{frames}, '\0');
+    std::memcpy(bytes.data(), head, sizeof head);
+    return bytes;
+}
+
+/// A file in memory that other programs can open.
+class MemoryFile {
+public:
+    explicit MemoryFile(const std::string& contents = "") {
+        if (::write(m_file, contents.data(), contents.size()) != static_cast<ssize_t>(contents.size()))
+            throw Untried{"no memory for a file"};
+        ::lseek(m_file, 0, SEEK_SET);
+    }
+    ~MemoryFile() { ::close(m_file); }
+    MemoryFile(const MemoryFile&) = delete;
+    MemoryFile& operator=(const MemoryFile&) = delete;
+
+    int Descriptor() const { return m_file; }
+    std::string Path() const {
+        return "/proc/" + std::to_string(::getpid()) + "/fd/" + std::to_string(m_file);
+    }
+    std::string Contents() const {
+        std::ifstream file(Path());
+        return {std::istreambuf_iterator<char>(file), {}};
+    }
+
+private:
+    int m_file = ::memfd_create("cost", 0);
+};
+
+/// What one of valgrind's tools counts.
+struct Counter {
+    const char* tool;
+    const char* option;
+    const char* before; ///< stands before the number in what the tool says
+    const char* name;
+    double many; ///< for one block, the host's share included
+};
+
+/// How many of it the whole life of vrx takes when it pumps so many blocks of 64 words through the plug-in.
+double CountedBy(const Counter& counter, Trial& trial, int port, std::uint32_t blocks) {
+    constexpr milliseconds kLongest{60000};
+    trial.Doing(std::string("running vrx pump in valgrind's ") + counter.tool);
+    const MemoryFile input(SilentWav(64 * blocks));
+    const MemoryFile log;
+    const std::string arguments[] = {"valgrind",
+                                     std::string("--tool=") + counter.tool,
+                                     counter.option,
+                                     "--log-file=" + log.Path(),
+                                     std::filesystem::read_symlink("/proc/self/exe"),
+                                     "pump",
+                                     "-",
+                                     "-",
+                                     "--plugin",
+                                     trial.Target().file,
+                                     "--servport",
+                                     std::to_string(port),
+                                     "--block",
+                                     "64",
+                                     "--samples",
+                                     "f32",
+                                     "--replies",
+                                     "single"};
+    std::vector<char*> words;
+    words.reserve(std::size(arguments) + 1);
+    for (const std::string& argument : arguments) words.push_back(const_cast<char*>(argument.c_str()));
+    words.push_back(nullptr);
+    posix_spawn_file_actions_t actions;
+    ::posix_spawn_file_actions_init(&actions);
+    ::posix_spawn_file_actions_adddup2(&actions, input.Descriptor(), STDIN_FILENO);
+    pid_t pid = -1;
+    const bool started = ::posix_spawnp(&pid, "valgrind", &actions, nullptr, words.data(), environ) == 0;
+    ::posix_spawn_file_actions_destroy(&actions);
+    if (!started) throw Untried{"valgrind is not there"};
+    int status = 0;
+    const auto end = Clock::now() + kLongest;
+    while (::waitpid(pid, &status, WNOHANG) == 0) {
+        if (Clock::now() > end) ::kill(pid, SIGKILL);
+        std::this_thread::sleep_for(milliseconds(10));
+    }
+    const std::string said = log.Contents();
+    const std::size_t at = said.find(counter.before);
+    if (status != 0 || at == said.npos) throw Untried{"valgrind cannot run this plug-in, or not in time"};
+    std::string digits = said.substr(at + std::strlen(counter.before), 30);
+    std::erase(digits, ',');
+    return std::strtod(digits.c_str(), nullptr);
+}
+
+/// Warns when a block takes more than many, as two runs of different length show.
+void CountPerBlock(Trial& trial, const Counter& counter) {
+    constexpr std::uint32_t kFew = 20;
+    constexpr std::uint32_t kMore = 220;
+    StubServer server;
+    const double few = CountedBy(counter, trial, server.Port(), kFew);
+    const double each = (CountedBy(counter, trial, server.Port(), kMore) - few) / (kMore - kFew);
+    if (each > counter.many)
+        trial.Warn({"a block of 64 words takes at most " + Shown(static_cast<float>(counter.many)) + " " +
+                        counter.name + ", those of vrx pump included",
+                    "it takes " + Shown(static_cast<float>(each)), "a host with many tracks loses time"});
+}
+
+void Allocations(Trial& trial) {
+    CountPerBlock(trial, {"memcheck", "--leak-check=no", "total heap usage: ", "allocations", 25});
+}
+
+void Instructions(Trial& trial) {
+    CountPerBlock(trial,
+                  {"callgrind", "--callgrind-out-file=/dev/null", "Collected : ", "instructions", 50000});
+}
+
 constexpr Check kChecks[] = {
     {"blocks-without-stalls", CheckTarget::kPlugin, 9, "Blocks do not wait 40 ms in the system (warns).",
      "connects", 60, BlocksWithoutStalls},
     {"system-calls", CheckTarget::kPlugin, 9,
      "A block takes few system calls, as strace counts them (warns).", "connects", 60, SystemCalls},
+    {"allocations", CheckTarget::kPlugin, 9,
+     "A block takes few allocations, as valgrind counts them (warns).", "connects", 150, Allocations},
+    {"instructions", CheckTarget::kPlugin, 9,
+     "A block takes few instructions, as valgrind counts them (warns).", "connects", 150, Instructions},
 };
 
 } // namespace

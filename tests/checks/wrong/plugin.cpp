@@ -245,6 +245,8 @@ public:
             std::memset(out, 0, 4 * std::size_t{outCount});
             return 0;
         }
+        if (Is("allocates"))
+            for (std::size_t i = 1; i < 50; ++i) std::vector<char>(i).swap(m_scratch);
         if (Is("leaks-per-block")) std::memset(std::malloc(64), 1, 64);
         if (Is("sleeps")) std::this_thread::sleep_for(std::chrono::milliseconds(40));
         if (Is("needs-alignment"))
@@ -502,6 +504,7 @@ private:
     int m_early = -1;
     std::atomic<bool> m_stop = false;
     std::thread m_heartbeat;
+    std::vector<char> m_scratch;
 };
 
 } // namespace

@@ -26,6 +26,30 @@ INSTANTIATE_TEST_SUITE_P(EachSwitch, WrongServer, testing::ValuesIn(kWrongServer
     return name;
 });
 
+struct Fault {
+    const char* scenario;
+    const char* check;
+};
+
+/// What vrx serve can be told to spoil.
+TEST(SpoiltServer, IsFound) {
+    constexpr Fault kFaults[] = {
+        {"pieces=100", "one-piece"},         {"stall=50ms", "one-piece"},
+        {"stall-header=50ms", "one-piece"},  {"cut=20", "takes-blocks"},
+        {"reset", "takes-blocks"},           {"wrong-length=20", "block-reply"},
+        {"negative-status", "takes-blocks"}, {"text", "takes-blocks"},
+        {"endless-text", "takes-blocks"},    {"duplicate", "one-reply"},
+        {"refuse=2s", "takes-blocks"},
+    };
+    for (const Fault& fault : kFaults) {
+        const ServeProcess server({"--faults", fault.scenario});
+        const auto end = Vrx(
+            {"check", "server", "127.0.0.1", server.Port(), "--only", std::string("^") + fault.check + "$"});
+        EXPECT_EQ(end.exitCode, 4) << fault.scenario << "\n" << end.out;
+        EXPECT_TRUE(end.err.ends_with(std::string(" is wrong: ") + fault.check + "\n")) << end.err;
+    }
+}
+
 /// Serving one client at a time is a merely different server's right, until many clients are asked for.
 TEST(RightServer, MayTakeOneClientAtATime) {
     Subprocess server({VRX_OTHER_SERVER, "one-client-at-a-time"});
