@@ -11,6 +11,7 @@
 #include <functional>
 #include <future>
 #include <memory>
+#include <optional>
 #include <string>
 #include <thread>
 
@@ -23,7 +24,9 @@ struct BridgeParts {
     /// Connected or not, never null. The worker connects before the first block; the way replies are taken is set
     /// to suit the blocks.
     std::unique_ptr<host::Session> session;
-    host::SampleFormat words = host::SampleFormat::kF32; ///< what the server takes and gives
+    /// What the server takes and gives; nothing: its pins say, which are asked for before the first block. A server that
+    /// does not answer to that is taken to want floats.
+    std::optional<host::SampleFormat> words = host::SampleFormat::kF32;
     /// Times exchanges and the pauses of an outage; null: the machine's steady clock.
     std::shared_ptr<host::RunClock> clock;
     /// Of the worker's thread, among those that run in real time (first in, first out); 0: an ordinary thread. It

@@ -13,6 +13,7 @@ namespace {
 
 constexpr std::chrono::milliseconds kStep{20}; // how soon the worker notices that it is to stop
 constexpr unsigned kNoRetries = 0;             // by the pump: whether a block is worth one changes with time
+constexpr unsigned kMostQuestions = 3;
 
 /// After these the talker opens its connection again by itself.
 bool NextCallReconnects(int result) {
@@ -23,7 +24,7 @@ bool NextCallReconnects(int result) {
 } // namespace
 
 Worker::Worker(BridgeParts& parts, std::size_t samples, Slots& slots, WorkerState& state)
-    : m_parts(parts), m_slots(slots), m_state(state), m_in(samples), m_out(samples),
+    : m_parts(parts), m_slots(slots), m_state(state), m_words(parts.words), m_in(samples), m_out(samples),
       m_pump(*parts.session, *parts.clock, static_cast<unsigned>(samples), kNoRetries) {
     m_parts.session->TakeReplies(host::SuitingReplies(samples));
 }
@@ -40,14 +41,15 @@ void Worker::Connect() {
 void Worker::Step(std::chrono::microseconds patience) {
     m_block = m_slots.Take(patience);
     if (!m_block) return;
-    for (std::size_t i = 0; i < m_in.size(); ++i)
-        m_in[i] = host::WordFromSample(static_cast<double>(m_block->samples[i]), m_parts.words);
     // Its turn may pass while the server is being reached again.
     while (m_block && !Stopped() && m_slots.Wanted(*m_block)) Exchange();
     if (m_block) GiveUp();
 }
 
 void Worker::Exchange() {
+    if (!m_words && !AskWords()) return;
+    for (std::size_t i = 0; i < m_in.size(); ++i)
+        m_in[i] = host::WordFromSample(static_cast<double>(m_block->samples[i]), *m_words);
     const std::uint64_t number = m_block->number + 1;
     host::BlockRecord record;
     switch (m_pump.Send(m_in.data(), m_out.data(), record)) {
@@ -61,13 +63,25 @@ void Worker::Exchange() {
     }
 }
 
+/// False when that failed on the way: it has to be asked again. Servers that end the connection instead of an answer, time
+/// and again, have none.
+bool Worker::AskWords() {
+    host::PinValues pins;
+    const int result = m_parts.session->PinProps(pins);
+    const bool failed = result < 0 && m_parts.session->TransportFault();
+    if (!failed || ++m_questions == kMostQuestions)
+        m_words = result < 0 ? host::SampleFormat::kF32 : host::PreferredWords(pins);
+    if (failed) Recover(result, m_parts.session->Describe(result));
+    return !failed;
+}
+
 void Worker::Replied(const host::BlockRecord& record) {
     if (m_state.attempts.exchange(0) > 0) ++m_state.reconnects;
     if (record.Failed()) {
         GiveUp();
     } else {
         for (std::size_t i = 0; i < m_out.size(); ++i)
-            m_block->samples[i] = static_cast<float>(host::SampleFromWord(m_out[i], m_parts.words));
+            m_block->samples[i] = static_cast<float>(host::SampleFromWord(m_out[i], *m_words));
         (void)m_slots.Finish(*m_block, true); // dropped when it came too late
         m_block.reset();
     }

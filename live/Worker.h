@@ -39,6 +39,7 @@ public:
 
 private:
     void Exchange();
+    bool AskWords();
     void Replied(const host::BlockRecord& record);
     void GiveUp();
     void Recover(int result, const std::string& why);
@@ -48,6 +49,8 @@ private:
     BridgeParts& m_parts;
     Slots& m_slots;
     WorkerState& m_state;
+    std::optional<host::SampleFormat> m_words;
+    unsigned m_questions = 0;            // about the words, that failed
     std::optional<Slots::Block> m_block; // the one that is on its way
     std::vector<std::uint32_t> m_in;     // its words
     std::vector<std::uint32_t> m_out;

@@ -53,6 +53,8 @@ private:
             live::BridgeParts parts;
             parts.session = std::make_unique<host::Session>(
                 server, host::SessionParts{[library] { return library->CreateTalker(); }, nullptr, nullptr});
+            parts.words =
+                std::nullopt; // whoever writes a session into a host's file need not know the server's
             parts.outage = warn;
             return std::make_unique<live::Bridge>(shape, std::move(parts));
         };

@@ -31,6 +31,8 @@ public:
         std::function<Answer()> pump = [] { return Answer{}; };
         std::function<Answer()> configure = [] { return Answer{}; };
         std::function<std::size_t()> frames; ///< of the next callback; null: always a period
+        /// What the pins' question gives, the answer is the format that the rig was made with; null: nobody asks.
+        std::function<int()> pins;
     };
 
     Rig(const vrx::live::Shape& shape, Script script,
@@ -97,6 +99,7 @@ public:
     std::vector<double> configured;    // when a talker was configured, in seconds
     std::vector<std::string> settings; // with what
     unsigned talkers = 0;              // made so far
+    unsigned questions = 0;            // for the pins
     std::vector<std::uint64_t> sent;   // the blocks, in order, from 0
 
 private:
@@ -130,7 +133,16 @@ private:
             return m_rig.Pump(static_cast<const std::uint32_t*>(in), static_cast<std::uint32_t*>(out),
                               inCount);
         }
-        int PinProps(unsigned&, unsigned&, unsigned&, unsigned&, unsigned&, unsigned&) override { return 0; }
+        int PinProps(unsigned& frames, unsigned& channels, unsigned& floats, unsigned&, unsigned&,
+                     unsigned&) override {
+            ++m_rig.questions;
+            const int result = m_rig.m_script.pins();
+            if (result < 0) return result;
+            frames = 0;
+            channels = 2;
+            floats = m_rig.m_words == vrx::host::SampleFormat::kF32 ? 1 : 0;
+            return result;
+        }
         int SendMessage(const char*, std::string&) override { return 0; }
 
     private:
@@ -154,6 +166,7 @@ private:
                                             },
                                             nullptr, nullptr});
         parts.words = m_words;
+        if (m_script.pins) parts.words.reset();
         parts.clock = std::make_shared<Clock>(*this);
         parts.outage = [this](const std::string& why) { outages.push_back(why); };
         return parts;

@@ -173,6 +173,39 @@ TEST(Worker, IntegerWordsGoAndComeBack) {
     EXPECT_GT(rig.wet, 100U);
 }
 
+TEST(Worker, AsksThePinsForTheWordsBeforeTheFirstBlock) {
+    using vrx::host::SampleFormat;
+    struct Case {
+        const char* name;
+        SampleFormat words;
+        std::vector<int> answers; // further ones are 0
+        unsigned questions;
+        std::size_t outages;
+    };
+    for (const Case& c : {
+             Case{"floats", SampleFormat::kF32, {}, 1, 0},
+             Case{"integers", SampleFormat::kS32, {}, 1, 0},
+             Case{"integers behind an outage", SampleFormat::kS32, {CVRXTalker::kTimedOut}, 2, 1},
+             Case{"a new connect",
+                  SampleFormat::kS32,
+                  {CVRXTalker::kSendFailed, CVRXTalker::kPeerClosed},
+                  3,
+                  1},
+             Case{"no pins: floats", SampleFormat::kF32, {-5}, 1, 0},
+             Case{"no answer to that, ever: floats", SampleFormat::kF32,
+                  std::vector<int>(9, CVRXTalker::kPeerClosed), 3, 1},
+         }) {
+        SCOPED_TRACE(c.name);
+        Rig::Script script;
+        script.pins = [&, n = 0U]() mutable { return n < c.answers.size() ? c.answers[n++] : 0; };
+        Rig rig(kShape, script, c.words);
+        rig.Run(4000);
+        EXPECT_EQ(rig.questions, c.questions);
+        EXPECT_EQ(rig.outages.size(), c.outages);
+        EXPECT_GT(rig.wet, 400U);
+    }
+}
+
 /// The reply comes so many callbacks after its block was sent; with three blocks of latency that may be up to two.
 TEST(Worker, TheTurnDecidesToTheBlock) {
     for (unsigned callbacks = 0; callbacks < 8; ++callbacks) {
