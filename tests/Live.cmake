@@ -45,6 +45,14 @@ if(TARGET vrx_jack)
   add_test(NAME live_command_tests COMMAND live_command_tests)
   set_tests_properties(live_command_tests PROPERTIES RUN_SERIAL ON TIMEOUT 600)
 
+  # Looks at clients and hosts that others start: under PipeWire, and the plug-in's hosts that play in real time.
+  add_executable(host_noise lv2/hosts/noise.cpp)
+  target_link_libraries(host_noise PRIVATE PkgConfig::JACK vrx_build_options Threads::Threads)
+
+  add_test(NAME live.pipewire COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/live/pipewire.sh $<TARGET_FILE:vrx>
+           $<TARGET_FILE:host_noise>)
+  set_tests_properties(live.pipewire PROPERTIES RUN_SERIAL ON SKIP_RETURN_CODE 77 TIMEOUT 120)
+
   # Not a test but a run of its own: see script/soak-live.
   add_executable(soak_live reliability/soak_live.cpp support/Subprocess.cpp)
   target_compile_definitions(soak_live PRIVATE

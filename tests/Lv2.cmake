@@ -37,7 +37,7 @@ elseif(NOT VRX_SANITIZE)
 endif()
 
 # The same binary in hosts that others wrote; each is skipped where it is not installed.
-foreach(host validate bench lv2apply ffmpeg gstreamer ecasound ardour)
+foreach(host validate bench lv2apply ffmpeg gstreamer ecasound ardour jalv pipewire)
   add_test(NAME lv2.hosts.${host} COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/lv2/hosts/run $<TARGET_FILE:vrx> ${host})
   set_tests_properties(lv2.hosts.${host} PROPERTIES SKIP_RETURN_CODE 77 TIMEOUT 600 COST 100)
 endforeach()

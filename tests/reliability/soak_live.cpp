@@ -75,12 +75,11 @@ public:
         }
     }
     void AddTo(Totals& totals) const {
-        const std::size_t from = kRate; // what came before the noise is not ours
-        const JackRecorder::Counts heard = m_recorder.Count(from, m_recorder.Frames(), kDelay);
+        const JackRecorder::Counts heard = m_recorder.Count(m_joined, m_recorder.Frames(), kDelay);
         totals.wet += heard.wet;
         totals.dry += heard.dry;
         totals.longestFade =
-            std::max(totals.longestFade, m_recorder.LongestFade(from, m_recorder.Frames(), kDelay));
+            std::max(totals.longestFade, m_recorder.LongestFade(m_joined, m_recorder.Frames(), kDelay));
         for (const std::size_t up : m_back) {
             const std::size_t wet = m_recorder.FirstWet(up, kDelay);
             if (wet < m_recorder.Frames()) totals.soundBack.push_back(static_cast<double>(wet - up) / kRate);
@@ -99,6 +98,8 @@ private:
     }
 
     JackRecorder m_recorder{"vrx"};
+    const std::size_t m_joined =
+        m_recorder.Frames() + kDelay + 2 * kPeriod; // connections take effect with a period
     std::unique_ptr<ServeProcess>& m_server;
     std::mt19937& m_random;
     std::vector<std::size_t> m_back;

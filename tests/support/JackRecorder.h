@@ -23,11 +23,12 @@ bool Await(const Condition& condition) {
     return condition();
 }
 
-/// Plays noise into a client's in_1 and records its out_1, frame by frame. The way back closes a circle, which adds a
-/// period to what it hears.
+/// Plays noise into a client's port, in_1 unless another is named, and records what comes out of out_1, frame by frame. The
+/// way back closes a circle, which adds a period to what it hears.
 class JackRecorder {
 public:
-    explicit JackRecorder(const std::string& name) : m_noise(kMost), m_heard(kMost) {
+    explicit JackRecorder(const std::string& name) : JackRecorder(name + ":in_1", name + ":out_1") {}
+    JackRecorder(const std::string& intoPort, const std::string& outOfPort) : m_noise(kMost), m_heard(kMost) {
         std::uint32_t state = 1;
         for (float& sample : m_noise) {
             state = state * 1664525 + 1013904223;
@@ -45,7 +46,7 @@ public:
                 return result == 0 || result == EEXIST;
             });
         };
-        m_up = join("recorder:out", name + ":in_1") && join(name + ":out_1", "recorder:in");
+        m_up = join("recorder:out", intoPort) && join(outOfPort, "recorder:in");
     }
     ~JackRecorder() {
         if (m_client == nullptr) return;
@@ -62,6 +63,8 @@ public:
     }
     void Freewheel(bool on) { jack_set_freewheel(m_client, on ? 1 : 0); }
     std::size_t Frames() const { return m_frames; }
+    std::size_t Period() const { return jack_get_buffer_size(m_client); }
+    std::size_t SampleRate() const { return jack_get_sample_rate(m_client); }
 
     enum class Frame { kSilence, kWet, kDry, kOther };
     /// What is heard at a frame with this delay; the server inverts.

@@ -1,0 +1,51 @@
+// Plays noise through a running host of the plug-in and compares what comes back, frame by frame, with what went in: for
+// hosts that play in real time. The server behind the plug-in turns the sign round.
+//
+//   noise INTO-PORT OUT-OF-PORT LATENCY SECONDS
+//
+// Prints "delay 2304 frames: wet 91 %, dry 9 %, longest fade 48 frames"; ends with 1 when there is anything but processed and
+// dry sound with one delay, that is the latency and whole periods, joined by fades of a millisecond.
+
+#include "tests/support/JackRecorder.h"
+
+#include <cstdio>
+#include <cstdlib>
+
+int main(int argc, char** argv) {
+    if (argc != 5) {
+        std::fprintf(stderr, "usage: noise INTO-PORT OUT-OF-PORT LATENCY SECONDS\n");
+        return 2;
+    }
+    JackRecorder recorder(argv[1], argv[2]);
+    if (!recorder.Up()) {
+        std::fprintf(stderr, "noise: no audio server, or no such ports\n");
+        return 2;
+    }
+    constexpr std::size_t kMostPeriods = 4; // between the two sides of a host
+    const std::size_t period = recorder.Period();
+    const std::size_t latency = std::strtoul(argv[3], nullptr, 10);
+    const std::size_t from = recorder.Frames() + latency + (kMostPeriods + 2) * period;
+    if (!recorder.Hear(std::strtoul(argv[4], nullptr, 10) * recorder.SampleRate())) return 2;
+
+    // A busy machine may take a while until a reply is back in time.
+    constexpr int kMostSeconds = 20;
+    const auto wet = [&](std::size_t delay) { return recorder.Count(from, recorder.Frames(), delay).wet; };
+    const auto heardAny = [&] {
+        for (std::size_t periods = 0; periods <= kMostPeriods; ++periods)
+            if (wet(latency + periods * period) > 0) return true;
+        return false;
+    };
+    for (int more = 0; more < kMostSeconds && !heardAny(); ++more)
+        if (!recorder.Hear(recorder.SampleRate())) return 2;
+
+    const std::size_t to = recorder.Frames();
+    std::size_t delay = latency;
+    for (std::size_t periods = 0; periods <= kMostPeriods; ++periods)
+        if (wet(latency + periods * period) > wet(delay)) delay = latency + periods * period;
+    const JackRecorder::Counts heard = recorder.Count(from, to, delay);
+    const std::size_t fade = recorder.LongestFade(from, to, delay);
+    const std::size_t all = to - from;
+    std::printf("delay %zu frames: wet %zu %%, dry %zu %%, longest fade %zu frames\n", delay,
+                100 * heard.wet / all, 100 * heard.dry / all, fade);
+    return heard.wet > 0 && fade <= recorder.SampleRate() / 1000 ? 0 : 1;
+}
