@@ -28,7 +28,7 @@ int main(int argc, char** argv) {
     if (!recorder.Hear(std::strtoul(argv[4], nullptr, 10) * recorder.SampleRate())) return 2;
 
     // A busy machine may take a while until a reply is back in time.
-    constexpr int kMostSeconds = 20;
+    constexpr int kMostSeconds = 5;
     const auto wet = [&](std::size_t delay) { return recorder.Count(from, recorder.Frames(), delay).wet; };
     const auto heardAny = [&] {
         for (std::size_t periods = 0; periods <= kMostPeriods; ++periods)
