@@ -9,9 +9,9 @@ void ServerSettings::GoThrough(const std::string& otherHost, int otherPort) {
 }
 
 std::string ServerSettings::ArgsWithPort(int otherPort) const {
+    // of two settings of a key the first one counts
     return "server=" + (detourPort != 0 ? detourHost : host) + ",servport=" + std::to_string(otherPort) +
-           ",clport=" + std::to_string(clientPort) + ",input=" + input + ",output=" + output +
-           ",layout=" + layout;
+           "," + args;
 }
 
 } // namespace vrx::host

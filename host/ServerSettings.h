@@ -23,7 +23,8 @@ struct ServerSettings {
     /// "host:port", for messages.
     std::string Place() const { return host + ":" + std::to_string(port); }
 
-    /// The argument line with another server port in place of the one to connect to.
+    /// The argument line with another server port in place of the one to connect to; all else of it stays, keys
+    /// that nobody here knows too.
     std::string ArgsWithPort(int otherPort) const;
 };
 

@@ -34,6 +34,7 @@ add_executable(tool_tests
   tools/commands/Pump_test.cpp
   host/RunStatistics_test.cpp
   host/Samples_test.cpp
+  host/ServerSettings_test.cpp
   host/Session_test.cpp
   tools/wire/Requests_test.cpp
   tools/commands/Send_test.cpp

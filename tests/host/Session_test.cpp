@@ -11,7 +11,8 @@ namespace {
 using namespace vrx::host;
 
 constexpr char kArgs[] = "server=studio,servport=7000,clport=3,input=In,output=Out,layout=Main";
-constexpr char kWholeArgs[] = "server=studio,servport=-58536,clport=3,input=In,output=Out,layout=Main";
+constexpr char kWholeArgs[] = "server=studio,servport=-58536,"
+                              "server=studio,servport=7000,clport=3,input=In,output=Out,layout=Main";
 
 ServerSettings Studio() {
     ServerSettings server;
