@@ -3,32 +3,15 @@
 #include "host/RunStatistics.h"
 #include "host/Samples.h"
 #include "tools/report/Envelope.h"
+#include "tools/report/HtmlPage.h"
 
 #include <cstddef>
 #include <cstdint>
 #include <string>
-#include <vector>
 
 namespace vrx::tool {
 
-/// A name and its value, as the page shows them. Any text: it is escaped where it is written.
-struct ReportFact {
-    std::string name;
-    std::string value;
-};
-
-/// What the page says about a run in words.
-struct ReportTexts {
-    std::string title;
-    std::string verdict;
-    bool good = false;               ///< the verdict's colour
-    std::vector<ReportFact> figures; ///< the few that matter most, shown large
-    std::vector<ReportFact> facts;
-};
-
-/// Draws one run as a single HTML page that needs nothing else: inline SVG, no scripts, no fonts or pictures
-/// from outside; light or dark as the reader's system asks. The page and the memory for it do not grow with
-/// the length of the run.
+/// Draws one run as a page. The page and the memory for it do not grow with the length of the run.
 class HtmlReport {
 public:
     struct Stream {
