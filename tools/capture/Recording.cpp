@@ -28,4 +28,8 @@ std::vector<std::string> Recording::Notes() const {
     return notes;
 }
 
+Failure NoExchanges(const std::string& path) {
+    return {kFileFailed, path + ": holds no exchange between a talker and a server: is it the right file?"};
+}
+
 } // namespace vrx::tool

@@ -2,6 +2,7 @@
 
 #include "tools/capture/CaptureReader.h"
 #include "tools/capture/ExchangeAssembler.h"
+#include "tools/program/Errors.h"
 
 #include <cstdint>
 #include <string>
@@ -30,5 +31,8 @@ private:
     ExchangeAssembler m_exchanges;
     bool m_ended = false;
 };
+
+/// What to throw about a file in which nobody asked anything.
+Failure NoExchanges(const std::string& path);
 
 } // namespace vrx::tool

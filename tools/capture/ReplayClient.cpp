@@ -161,10 +161,7 @@ void ReplayToServer(Recording& recording, const std::string& host, int port, Tim
         Exchange live = replay.Run(recorded);
         summary.Add({std::move(recorded), std::move(live)});
     }
-    if (!any)
-        throw Failure{kFileFailed,
-                      recording.Path() +
-                          ": holds no exchange between a talker and a server: is it the right file?"};
+    if (!any) throw NoExchanges(recording.Path());
 }
 
 } // namespace vrx::tool

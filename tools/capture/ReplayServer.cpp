@@ -4,6 +4,7 @@
 #include "tools/capture/FrameTracker.h"
 #include "tools/capture/Listen.h"
 #include "tools/capture/RecordedConnections.h"
+#include "tools/capture/Recording.h"
 
 #include <algorithm>
 #include <chrono>
@@ -36,9 +37,7 @@ class ReplayServer::Service {
 public:
     Service(const std::string& file, int listenPort, Timing timing)
         : m_connections(file), m_timing(timing), m_acceptor(Listen(m_io, listenPort)) {
-        if (m_connections.At(0) == nullptr)
-            throw Failure{kFileFailed,
-                          file + ": holds no exchange between a talker and a server: is it the right file?"};
+        if (m_connections.At(0) == nullptr) throw NoExchanges(file);
     }
 
     int Port() const { return m_acceptor.local_endpoint().port(); }
