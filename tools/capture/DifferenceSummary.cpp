@@ -1,6 +1,7 @@
 #include "tools/capture/DifferenceSummary.h"
 
 #include "tools/program/Numbers.h"
+#include "tools/report/HtmlPage.h"
 
 #include <cmath>
 #include <utility>
@@ -20,10 +21,16 @@ void DifferenceSummary::Add(const ExchangePair& pair) {
     if (pair.a && pair.b) {
         auto difference = m_comparer.Compare(*pair.a, *pair.b);
         ++(difference ? m_different : m_same);
+        const SignalDistance& signals = m_comparer.LastSignals();
+        m_picture.Add(!difference             ? DifferencePicture::kSame
+                      : signals.differing > 0 ? DifferencePicture::kOtherSamples
+                                              : DifferencePicture::kOtherwise,
+                      signals);
         if (difference) Note(pair.a->number, std::move(*difference));
         return;
     }
     const Exchange& only = pair.a ? *pair.a : *pair.b;
+    m_picture.Add(DifferencePicture::kMissing, {});
     ++m_missing;
     ++(pair.a ? m_onlyA : m_onlyB);
     Shown there{RequestInWords(only)};
@@ -57,9 +64,9 @@ nlohmann::ordered_json DifferenceSummary::Json() const {
             {"first", first}};
 }
 
-std::string DifferenceSummary::Table() const {
+std::vector<std::pair<const char*, std::string>> DifferenceSummary::Rows() const {
     const SignalDistance& signals = m_comparer.Signals();
-    const std::pair<const char*, std::string> rows[] = {
+    return {
         {"exchanges", std::to_string(Exchanges())},
         {"same", std::to_string(m_same)},
         {"different", std::to_string(m_different)},
@@ -69,14 +76,35 @@ std::string DifferenceSummary::Table() const {
         {"largest distance",
          signals.largest > 0 ? Fixed(20 * std::log10(signals.largest), 1) + " dB" : "none"},
     };
+}
+
+std::string DifferenceSummary::Table() const {
     std::string table;
-    for (const auto& [name, value] : rows) {
+    for (const auto& [name, value] : Rows()) {
         std::string line(name);
         line.resize(22, ' ');
         line.append(value.size() < 12 ? 12 - value.size() : 0, ' ').append(value).append("\n");
         table += line;
     }
     return table;
+}
+
+std::string DifferenceSummary::Page(const std::string& a, const std::string& b) const {
+    ReportTexts texts;
+    texts.title = "Differences: " + a + " and " + b;
+    texts.good = Same();
+    texts.verdict = Same() ? "Both hold the same " + Counted(Exchanges(), "exchange") + "."
+                           : "They differ, first in " + FirstInWords(a, b) + ".";
+    for (const auto& [name, value] : Rows()) texts.figures.push_back({name, value});
+    texts.about = "The comparison";
+    texts.facts = {
+        {"A", a},
+        {"B", b},
+        {"Tolerance", m_tolerance ? Brief(*m_tolerance) + " dB of full scale" : "none: each sample counts"},
+        {"Farthest apart", m_picture.Farthest() > 0
+                               ? "at place " + std::to_string(m_picture.Farthest()) + " of the pictures"
+                               : "no samples differ"}};
+    return HtmlPage(texts, m_picture.Figures(m_tolerance));
 }
 
 } // namespace vrx::tool

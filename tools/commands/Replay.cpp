@@ -1,13 +1,12 @@
 #include "tools/capture/ReplayClient.h"
 #include "tools/capture/ReplayServer.h"
 #include "tools/commands/Commands.h"
+#include "tools/commands/Differences.h"
 #include "tools/commands/Place.h"
-#include "tools/commands/Subcommand.h"
 #include "tools/program/Interrupt.h"
 
 #include <csignal>
 #include <cstdio>
-#include <optional>
 #include <string>
 
 namespace vrx::tool {
@@ -20,8 +19,7 @@ struct ReplayOptions {
     std::string to;
     int port = 0;
     std::string timing = "recorded";
-    std::optional<double> tolerance;
-    bool json = false;
+    DifferenceOptions differences;
 };
 
 int Serve(const ReplayOptions& options, Timing timing) {
@@ -36,14 +34,9 @@ int Serve(const ReplayOptions& options, Timing timing) {
 int ReplayTo(const ReplayOptions& options, Timing timing) {
     const Place server = ParsePlace(options.to, "--to");
     Recording recording(options.file);
-    DifferenceSummary summary(options.tolerance);
-    ReplayToServer(recording, server.host, server.port, timing, Interrupted, summary);
-    const std::string text = options.json ? summary.Json().dump() + "\n" : summary.Table();
-    if (std::fputs(text.c_str(), stdout) < 0 || std::fflush(stdout) != 0)
-        throw Failure{kFileFailed, "cannot write to standard output"};
-    for (const std::string& note : recording.Notes()) PrintError("vrx replay", note);
-    if (summary.Same()) return kDone;
-    throw Failure{kRunFailed, summary.FirstInWords(options.file, options.to)};
+    DifferenceReport report(options.differences, {options.file});
+    ReplayToServer(recording, server.host, server.port, timing, Interrupted, report.Summary());
+    return report.Tell("vrx replay", options.file, options.to, {&recording});
 }
 
 int RunReplay(const ReplayOptions& options) {
@@ -52,8 +45,9 @@ int RunReplay(const ReplayOptions& options) {
     if (options.serve == !options.to.empty())
         throw Failure{kWrongUsage,
                       "one of --serve and --to HOST:PORT is needed: answer clients, or ask a server"};
-    if (options.serve && (options.json || options.tolerance))
-        throw Failure{kWrongUsage, "--json and --tolerance belong to --to"};
+    const DifferenceOptions& differences = options.differences;
+    if (options.serve && (differences.json || differences.tolerance || !differences.report.empty()))
+        throw Failure{kWrongUsage, "--json, --tolerance and --report belong to --to"};
     if (!options.serve && options.port != 0) throw Failure{kWrongUsage, "--port belongs to --serve"};
     const Timing timing = options.timing == "fast" ? Timing::kFast : Timing::kRecorded;
     return options.serve ? Serve(options, timing) : ReplayTo(options, timing);
@@ -84,9 +78,7 @@ void AddReplay(CLI::App& app, int& exitCode) {
     command
         .AddWithDefault("--timing", options.timing, "recorded|fast", "With the recorded pauses, or at once")
         ->check(OneOf({"recorded", "fast"}));
-    command.Add("--tolerance", options.tolerance, "DB", "Samples this close are the same, below full scale")
-        ->check(InRange(-1000.0, 1000.0));
-    command.AddJson(options.json);
+    AddDifferenceOptions(command, options.differences);
 }
 
 } // namespace vrx::tool

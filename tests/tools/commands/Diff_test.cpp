@@ -87,6 +87,45 @@ TEST_F(DiffTest, TellsSamplesApart) {
     EXPECT_EQ(Vrx({"diff", a, b, "--tolerance", "-13"}).exitCode, 4);
 }
 
+TEST_F(DiffTest, DrawsWhereAndHowMuchTheyDiffer) {
+    const Told first = {{"help\n", "commands\n"},
+                        {BlockRequest({0}), BlockReply({0x3F000000, 0x3F000000})},
+                        {BlockRequest({1}), BlockReply({0x3F000000, 0x3F000000})},
+                        {BlockRequest({2}), BlockReply({0}, 1)},
+                        {"status\n", "ok\n"}};
+    const Told second = {{"help\n", "commands\n"},
+                         {BlockRequest({0}), BlockReply({0x3F000000, 0x3F000000})},
+                         {BlockRequest({1}), BlockReply({0x3F000000, 0x3E800000})},
+                         {BlockRequest({2}), BlockReply({0}, 2)}};
+    const std::string a = File("a.pcap", first);
+    const std::string b = File("<b>.pcap", second);
+    const auto end = Vrx({"diff", a, b, "--tolerance", "-90", "--report", Path("page.html")});
+    EXPECT_EQ(end.exitCode, 4);
+    const std::string page = Bytes("page.html");
+    EXPECT_NE(page.find("They differ, first in exchange 3, reply frame 2: 0.5 in "), page.npos);
+    EXPECT_NE(page.find("&lt;b&gt;.pcap"), page.npos) << "names are text, not markup";
+    EXPECT_EQ(page.find("<b>"), page.npos);
+    EXPECT_NE(page.find("<dt>largest distance</dt><dd>-12.0 dB</dd>"), page.npos);
+    EXPECT_NE(page.find("tolerance -90 dB"), page.npos);
+    EXPECT_NE(page.find("at place 3 of the pictures"), page.npos);
+    for (const char* once : {"class=\"retried\"", "class=\"failed\""}) {
+        const std::size_t at = page.find(once);
+        ASSERT_NE(at, page.npos) << once;
+        EXPECT_EQ(page.find(once, at + 1), page.npos) << once;
+    }
+    EXPECT_EQ(page.find("http://", page.find("<body>")), page.npos) << "nothing from outside";
+
+    const auto again = Vrx({"diff", a, a, "--report", Path("page.html")});
+    EXPECT_EQ(again.exitCode, 2) << "it exists";
+    EXPECT_TRUE(IsOneLine(again.err)) << again.err;
+    EXPECT_EQ(again.out, "");
+    EXPECT_EQ(Vrx({"diff", a, a, "--report", Path("page.html"), "--force"}).exitCode, 0);
+    EXPECT_NE(Bytes("page.html").find("Both hold the same 5 exchanges."), std::string::npos);
+    const std::string whole = Bytes("a.pcap");
+    EXPECT_EQ(Vrx({"diff", a, b, "--report", a, "--force"}).exitCode, 1);
+    EXPECT_EQ(Bytes("a.pcap"), whole) << "a recording is not overwritten";
+}
+
 TEST_F(DiffTest, SaysThatAFileIsCutOff) {
     const std::string a = File("a.pcap", {{"help\n", "commands\n"}, {"help\n", "commands\n"}});
     const std::string whole = Bytes("a.pcap");

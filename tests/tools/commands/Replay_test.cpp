@@ -5,6 +5,7 @@
 #include "tests/tools/capture/RecordProcess.h"
 #include "tests/tools/capture/Requests.h"
 
+#include <chrono>
 #include <csignal>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
@@ -210,6 +211,30 @@ TEST_F(Replay, ASilentServerStaysSilent) {
     EXPECT_EQ(replay.Stop().exitCode, 0);
 }
 
+TEST_F(Replay, ATalkerWaitsTenSecondsForASilentServerAgain) {
+    Write("in.wav", Wav16(2, Noise(200)));
+    const ServeProcess server({"--faults", "no-answer"});
+    const auto pump = [&](const std::string& port, const char* out) {
+        return std::vector<std::string>{VRX_PROGRAM, "pump", Path("in.wav"), Path(out), "--block", "20",
+                                        "--retries", "0",    "--servport",   port};
+    };
+    const std::string file = Recorded(server.Port(), [&](const std::string& port) {
+        const RawClient watch(static_cast<std::uint16_t>(std::stoi(server.Port())));
+        const Subprocess hasty(pump(port, "never.wav")); // killed once it has asked for its pins and a block
+        while (watch.Ask("status").find(" packets=2 ") == std::string::npos) std::this_thread::yield();
+    });
+    ReplayProcess replay(file);
+    const auto began = std::chrono::steady_clock::now();
+    Subprocess direct(pump(server.Port(), "direct.wav"));
+    Subprocess replayed(pump(replay.Port(), "replayed.wav"));
+    constexpr std::chrono::seconds kPatience(60);
+    const auto end = direct.Wait(kPatience);
+    EXPECT_EQ(end.exitCode, 4);
+    EXPECT_EQ(Verdict(replayed.Wait(kPatience), replay.Port()), Verdict(end, server.Port()));
+    EXPECT_GE(std::chrono::steady_clock::now() - began, std::chrono::seconds(10));
+    EXPECT_EQ(replay.Stop().exitCode, 0);
+}
+
 TEST_F(Replay, AsksAServerWhatWasAsked) {
     Write("in.wav", Wav16(2, Noise(4000)));
     const ServeProcess server({"--process", "gain=-6"});
@@ -273,7 +298,7 @@ TEST_F(Replay, SaysWhatIsWrongOnOneLine) {
         {{file},
          1,
          "vrx replay: one of --serve and --to HOST:PORT is needed: answer clients, or ask a server\n"},
-        {{file, "--serve", "--json"}, 1, "vrx replay: --json and --tolerance belong to --to\n"},
+        {{file, "--serve", "--json"}, 1, "vrx replay: --json, --tolerance and --report belong to --to\n"},
         {{file, "--to", "x", "--json"}, 1, "vrx replay: --to x is not HOST:PORT, such as 127.0.0.1:7000\n"},
         {{Path("none.pcap"), "--serve"},
          2,
