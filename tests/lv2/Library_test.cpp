@@ -6,6 +6,7 @@
 #include "tests/support/FolderTest.h"
 #include "tests/support/ScriptedServer.h"
 #include "tests/tools/VrxRun.h"
+#include "tests/tools/capture/RecordProcess.h"
 
 #include <chrono>
 #include <cmath>
@@ -14,6 +15,7 @@
 #include <gtest/gtest.h>
 #include <lv2/buf-size/buf-size.h>
 #include <poll.h>
+#include <sstream>
 #include <sys/socket.h>
 #include <thread>
 
@@ -149,6 +151,27 @@ TEST_F(LibraryTest, GivesTheServersSoundAfterTheReportedLatency) {
             EXPECT_EQ(instance.Late(), 0);
         }
     }
+}
+
+TEST_F(LibraryTest, SoundsTheSameThroughARecorder) {
+    if (!CanRecord()) GTEST_SKIP() << "this vrx was built without recording";
+    const InvertingServer server;
+    RecordProcess record("127.0.0.1:" + std::to_string(server.Port()), Path("lv2.pcap"));
+    {
+        const Library library(Bundle(Settings(std::stoi(record.Port()))));
+        const Audio in = NoiseFrames(2, 6400);
+        Instance instance(library, 2);
+        EXPECT_EQ(instance.Play(in, {64, 100, 1}), Delayed(in, 128, -1));
+    }
+    EXPECT_EQ(record.Stop().exitCode, 0);
+    const auto read = Vrx({"diff", Path("lv2.pcap"), Path("lv2.pcap")});
+    ASSERT_EQ(read.exitCode, 0) << read.err;
+    std::istringstream first(read.out);
+    std::string name;
+    std::size_t exchanges = 0;
+    first >> name >> exchanges;
+    EXPECT_EQ(name, "exchanges");
+    EXPECT_GE(exchanges, 100U) << "one for each block of 64 frames";
 }
 
 TEST_F(LibraryTest, ProcessesAnyNumberOfChannels) {

@@ -6,6 +6,11 @@
 #include <string>
 #include <vector>
 
+/// Whether this `vrx` can record.
+inline bool CanRecord() {
+    return RunProgram({VRX_PROGRAM, "record", "--help"}).exitCode == 0;
+}
+
 /// A `vrx record` under way.
 class RecordProcess {
 public:

@@ -2,6 +2,7 @@
 #include "tests/support/JackRecorder.h"
 #include "tests/support/JackServer.h"
 #include "tests/tools/VrxRun.h"
+#include "tests/tools/capture/RecordProcess.h"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
@@ -95,6 +96,30 @@ TEST_F(LiveTest, FreewheelingIsExactFromTheFirstFrameToTheLast) {
         const JackRecorder::Counts heard = recorder.Count(from, to, delay);
         EXPECT_EQ(heard.wet, to - from);
     }
+}
+
+TEST_F(LiveTest, SoundsTheSameThroughARecorder) {
+    if (!CanRecord()) GTEST_SKIP() << "this vrx was built without recording";
+    RecordProcess record("127.0.0.1:" + m_serve.Port(), Path("live.pcap"));
+    Live live(record.Port(), {"--block", "256", "--latency", "2000", "--json"});
+    JackRecorder recorder("vrx");
+    ASSERT_TRUE(recorder.Up());
+    recorder.Freewheel(true);
+    ASSERT_TRUE(recorder.Hear(20000)); // what came before may have been late
+    const std::size_t from = recorder.Frames();
+    ASSERT_TRUE(recorder.Hear(96000));
+    const std::size_t to = recorder.Frames();
+    recorder.Freewheel(false);
+    const Subprocess::Outcome end = live.End();
+    EXPECT_EQ(end.exitCode, 0) << end.err;
+    const nlohmann::json summary = nlohmann::json::parse(end.out);
+    const std::size_t delay = summary["latency_frames"].get<std::size_t>() + kPeriod;
+    EXPECT_EQ(recorder.Count(from, to, delay).wet, to - from);
+
+    EXPECT_EQ(record.Stop().exitCode, 0);
+    const auto read = Vrx({"diff", Path("live.pcap"), Path("live.pcap"), "--json"});
+    ASSERT_EQ(read.exitCode, 0) << read.err;
+    EXPECT_GE(nlohmann::json::parse(read.out)["same"], summary["blocks"]);
 }
 
 TEST_F(LiveTest, TheSummaryHasItsKeys) {

@@ -9,8 +9,12 @@
 
 #include <csignal>
 #include <gtest/gtest.h>
+#include <map>
+#include <nlohmann/json.hpp>
 #include <string>
 #include <thread>
+#include <utility>
+#include <vector>
 
 using vrx::tool::Exchange;
 using vrx::tool::Recording;
@@ -31,6 +35,42 @@ std::size_t WholeExchanges(const std::string& path) {
     std::size_t whole = 0;
     for (const Exchange& each : Exchanges(path)) whole += each.whole ? 1 : 0;
     return whole;
+}
+
+/// A request and the pieces of its reply, in hexadecimal.
+using Told = std::pair<std::string, std::vector<std::string>>;
+
+std::string Hex(const std::string& bytes) {
+    constexpr char kDigits[] = "0123456789abcdef";
+    std::string text;
+    for (const char c : bytes) {
+        text += kDigits[static_cast<unsigned char>(c) >> 4];
+        text += kDigits[c & 0xF];
+    }
+    return text;
+}
+
+/// What tshark reads, connection by connection: what a client sends behind a reply is its next request.
+std::map<int, std::vector<Told>> ExchangesByTshark(const std::string& path, const std::string& serverPort) {
+    std::map<int, std::vector<Told>> streams;
+    const std::string json = Tshark(path, {"-Y", "tcp.len > 0", "-T", "json", "-e", "tcp.stream", "-e",
+                                           "tcp.dstport", "-e", "tcp.payload"});
+    for (const auto& packet : nlohmann::json::parse(json)) {
+        const auto field = [&](const char* name) {
+            return packet["_source"]["layers"][name][0].get<std::string>();
+        };
+        auto& told = streams[std::stoi(field("tcp.stream"))];
+        std::string payload = field("tcp.payload");
+        std::erase(payload, ':');
+        if (field("tcp.dstport") != serverPort) {
+            told.back().second.push_back(payload);
+        } else if (told.empty() || !told.back().second.empty()) {
+            told.push_back({payload, {}});
+        } else {
+            told.back().first += payload;
+        }
+    }
+    return streams;
 }
 
 std::string Place(int port) {
@@ -262,13 +302,46 @@ TEST_F(Record, TcpdumpSeesTheSame) {
     }
     EXPECT_EQ(record.Stop().exitCode, 0);
     // The packets are in the file once the last one is.
-    for (int i = 0; i < 200 && Exchanges(Path("other.pcap")).size() < 51; ++i)
+    for (int i = 0; i < 1000 && Exchanges(Path("other.pcap")).size() < 51; ++i)
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
     tcpdump.Signal(SIGTERM);
     (void)tcpdump.Wait();
     const auto diff = Vrx({"diff", Path("run.pcap"), Path("other.pcap")});
     EXPECT_EQ(diff.exitCode, 0) << diff.err;
     EXPECT_EQ(Exchanges(Path("run.pcap")).size(), 51U);
+}
+
+TEST_F(Record, TsharkReadsTheSameExchanges) {
+    if (!HaveTshark()) GTEST_SKIP() << "tshark is not installed: script/setup ci";
+    Write("in.wav", Wav16(2, Noise(2000)));
+    const ServeProcess server({"--faults", "pieces=500", "--fault-rate", "0.5"});
+    RecordProcess record("127.0.0.1:" + server.Port(), Path("run.pcap"));
+    std::vector<std::thread> clients;
+    for (unsigned i = 0; i < 4; ++i)
+        clients.emplace_back([&record, i] {
+            const RawClient client(static_cast<std::uint16_t>(std::stoi(record.Port())));
+            for (unsigned n = 0; n < 25; ++n) {
+                const std::vector<std::uint32_t> words(20 * n + i, n);
+                client.Send(BlockRequest(words));
+                ASSERT_EQ(client.Receive(28 + 4 * words.size()).size(), 28 + 4 * words.size());
+            }
+        });
+    for (std::thread& client : clients) client.join();
+    EXPECT_EQ(Vrx({"pump", Path("in.wav"), Path("out.wav"), "--block", "500", "--replies", "whole",
+                   "--servport", record.Port()})
+                  .exitCode,
+              0);
+    EXPECT_EQ(Vrx({"send", "--servport", record.Port(), "help", "status", "nonsense"}).exitCode, 0);
+    EXPECT_EQ(record.Stop().exitCode, 0);
+
+    std::map<int, std::vector<Told>> ours;
+    for (const Exchange& each : Exchanges(Path("run.pcap"))) {
+        Told told{Hex(each.request), {}};
+        for (const auto& piece : each.reply) told.second.push_back(Hex(piece.bytes));
+        ours[static_cast<int>(each.connection) - 1].push_back(told);
+    }
+    EXPECT_EQ(ours.size(), 6U);
+    EXPECT_EQ(ours, ExchangesByTshark(Path("run.pcap"), server.Port()));
 }
 
 TEST_F(Record, SaysWhatIsWrongOnOneLine) {

@@ -214,19 +214,20 @@ TEST_F(Replay, ASilentServerStaysSilent) {
 TEST_F(Replay, ATalkerWaitsTenSecondsForASilentServerAgain) {
     Write("in.wav", Wav16(2, Noise(200)));
     const ServeProcess server({"--faults", "no-answer"});
-    const auto pump = [&](const std::string& port, const char* out) {
-        return std::vector<std::string>{VRX_PROGRAM, "pump", Path("in.wav"), Path(out), "--block", "20",
-                                        "--retries", "0",    "--servport",   port};
+    const auto pump = [&](const std::string& port) { // never gets to write its output
+        return std::vector<std::string>{VRX_PROGRAM,  "pump", Path("in.wav"), Path("out.wav"),
+                                        "--block",    "20",   "--retries",    "0",
+                                        "--servport", port};
     };
     const std::string file = Recorded(server.Port(), [&](const std::string& port) {
         const RawClient watch(static_cast<std::uint16_t>(std::stoi(server.Port())));
-        const Subprocess hasty(pump(port, "never.wav")); // killed once it has asked for its pins and a block
+        const Subprocess hasty(pump(port)); // killed once it has asked for its pins and a block
         while (watch.Ask("status").find(" packets=2 ") == std::string::npos) std::this_thread::yield();
     });
     ReplayProcess replay(file);
     const auto began = std::chrono::steady_clock::now();
-    Subprocess direct(pump(server.Port(), "direct.wav"));
-    Subprocess replayed(pump(replay.Port(), "replayed.wav"));
+    Subprocess direct(pump(server.Port()));
+    Subprocess replayed(pump(replay.Port()));
     constexpr std::chrono::seconds kPatience(60);
     const auto end = direct.Wait(kPatience);
     EXPECT_EQ(end.exitCode, 4);
