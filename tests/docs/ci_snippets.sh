@@ -41,7 +41,7 @@ for job in "${jobs[@]}"; do
     echo "== $(cat "$job")"
     rm -f check.xml
     bash -e "$job" >out
-    ! grep -E 'warning|skipped' out
+    ! grep skipped out
     grep -q '<testsuite name="vrx check' check.xml
     ! grep -E '<(failure|error)' check.xml
     tail -n 1 out

@@ -22,7 +22,7 @@ using Clock = std::chrono::steady_clock;
 
 constexpr milliseconds kSlice{5};
 /// A request that stays unfinished for so long is taken as it is.
-constexpr milliseconds kUnfinished{1500};
+constexpr milliseconds kUnfinished{3000};
 constexpr std::size_t kLargestRequest = std::size_t{64} << 20;
 
 std::uint32_t WordAt(std::string_view bytes, std::size_t offset) {
