@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <random>
@@ -78,6 +79,15 @@ private:
     std::mt19937_64 m_random;
     std::span<char> m_doing;
     Observation m_warning;
+};
+
+/// The time for saying the same again and again: what is slow is asked less often instead of running out of time.
+class LoopTime {
+public:
+    bool Left() const { return std::chrono::steady_clock::now() < m_end; }
+
+private:
+    std::chrono::steady_clock::time_point m_end = std::chrono::steady_clock::now() + std::chrono::seconds(12);
 };
 
 /// One check: a row of its room's table.

@@ -197,7 +197,8 @@ std::string RandomBytes(std::mt19937_64& random) {
 /// Seeded rubbish for every call; text is also left without an end.
 void Rubbish(Trial& trial) {
     PluginBench bench(trial);
-    for (int round = 0; round < 60; ++round) {
+    const LoopTime time;
+    for (int round = 0; round < 60 && time.Left(); ++round) {
         StubServer server;
         CheckedTalker talker = bench.Connected(server);
         server.Always(

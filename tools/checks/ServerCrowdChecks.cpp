@@ -270,7 +270,8 @@ void EndlessLine(Trial& trial) {
 
 void RandomRequests(Trial& trial) {
     const std::size_t words = FindBlock(trial).words;
-    for (int round = 0; round < 40; ++round) {
+    const LoopTime time;
+    for (int round = 0; round < 40 && time.Left(); ++round) {
         ServerClient client(trial);
         std::string bytes = trial.Below(2) == 0 ? std::string(host::kPacketTagBytes) : std::string();
         const std::size_t length = 1 + trial.Below(400);
@@ -327,7 +328,7 @@ constexpr Check kChecks[] = {
      SlowClients},
     {"malformed-requests", CheckTarget::kServer, 8,
      "A client with absurd lengths and counts is refused, and others are served within a second.",
-     "takes-blocks", 60, MalformedRequests},
+     "takes-blocks", 150, MalformedRequests},
     {"endless-line", CheckTarget::kServer, 8, "Text without an end holds up nobody.", "takes-blocks", 60,
      EndlessLine},
     {"odd-paths", CheckTarget::kServer, 8, "Odd and unended names of objects harm nobody.", "takes-blocks",

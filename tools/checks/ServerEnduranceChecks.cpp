@@ -115,18 +115,20 @@ void RandomConversation(Trial& trial) {
 void ManyConnections(Trial& trial) {
     constexpr int kConnections = 1500;
     const std::size_t words = FindBlock(trial).words;
-    for (int i = 1; i <= kConnections; ++i) {
+    int made = 0;
+    for (const LoopTime time; made < kConnections && time.Left();) {
         ServerClient client(trial, false);
         const ServerReply reply = client.Ask(ServerConnectText(trial.Target()));
-        Expect(reply.IsAnswer(), "connection " + std::to_string(i) + " one after the other is answered",
+        ++made;
+        Expect(reply.IsAnswer(), "connection " + std::to_string(made) + " one after the other is answered",
                reply.Shown(), "a server that runs for days takes no more hosts");
     }
-    ExpectOthersServed(trial, words, "after " + std::to_string(kConnections) + " connections");
+    ExpectOthersServed(trial, words, "after " + std::to_string(made) + " connections");
 }
 
 constexpr Check kChecks[] = {
-    {"many-connections", CheckTarget::kServer, 9, "A thousand and five hundred clients come and go.",
-     "takes-blocks", 80, ManyConnections},
+    {"many-connections", CheckTarget::kServer, 9, "Up to 1,500 clients come and go.", "takes-blocks", 80,
+     ManyConnections},
     {"pace", CheckTarget::kServer, 9,
      "Block after block for a minute: answered alike, in steady time (which warns).", "takes-blocks", 80,
      Pace},

@@ -93,7 +93,8 @@ void BlockWithoutConnect(Trial& trial) {
 
 void Reconnects(Trial& trial) {
     const std::size_t words = FindBlock(trial).words;
-    for (int i = 1; i <= 20; ++i) {
+    const LoopTime time;
+    for (int i = 1; i <= 20 && time.Left(); ++i) {
         ServerClient client(trial);
         const ServerReply reply = client.Ask(BlockRequest(trial.Target(), words, words));
         Expect(reply.Accepted(), "connection " + std::to_string(i) + " one after the other takes a block",
@@ -121,7 +122,8 @@ void ThroughTalker(Trial& trial) {
     if (pinStatus == CVRXTalker::kNotAPacket) (void)output.TakeLines();
     Words in(words);
     Words out(words);
-    for (int i = 1; i <= 50; ++i) {
+    const LoopTime time;
+    for (int i = 1; i <= 50 && time.Left(); ++i) {
         trial.Doing("in PumpAudio of a talker");
         const int status = talker->PumpAudio(in.data(), out.data(), static_cast<unsigned>(words),
                                              static_cast<unsigned>(words));
