@@ -26,6 +26,10 @@ if(TARGET realtime_tests)
   target_link_libraries(realtime_tests PRIVATE vrx_lv2)
 endif()
 
+# For the tests in hosts, and script/hosts.
+add_executable(run_times lv2/hosts/run_times.cpp lv2/StrictHost.cpp)
+target_link_libraries(run_times PRIVATE vrx_lv2 vrx_build_options ${CMAKE_DL_LIBS})
+
 find_program(VALGRIND valgrind)
 if(VALGRIND AND NOT VRX_SANITIZE)
   add_test(NAME lv2.valgrind COMMAND ${VALGRIND} --quiet --leak-check=full --errors-for-leak-kinds=definite
