@@ -7,11 +7,14 @@
 #include <chrono>
 #include <csignal>
 #include <cstring>
+#include <future>
 #include <latch>
 #include <memory>
 #include <pthread.h>
 #include <random>
+#include <sched.h>
 #include <thread>
+#include <utility>
 #include <vector>
 
 using namespace vrx::live;
@@ -223,6 +226,36 @@ TEST(Bridge, TheWorkerTakesNoSignals) {
     sigset_t here;
     pthread_sigmask(SIG_SETMASK, nullptr, &here);
     EXPECT_EQ(sigismember(&here, SIGPROF), 0);
+}
+
+/// Where the system does not allow that, the worker is an ordinary thread.
+TEST(Bridge, TheWorkerRunsInRealTimeWhereItMay) {
+    constexpr int kPriority = 3;
+    const auto asked = [](int priority) {
+        std::latch pumped(1);
+        int policy = -1;
+        sched_param got = {};
+        BridgeParts parts = Parts([&](const void* in, void* out, unsigned words) {
+            if (policy < 0) {
+                pthread_getschedparam(pthread_self(), &policy, &got);
+                pumped.count_down();
+            }
+            return Echo(in, out, words);
+        });
+        parts.priority = priority;
+        Bridge bridge(kShape, std::move(parts));
+        Feeder(bridge).Callback();
+        pumped.wait();
+        bridge.Stop();
+        return std::pair(policy, got.sched_priority);
+    };
+    const bool may = std::async(std::launch::async, [] {
+                         const sched_param urgent{.sched_priority = kPriority};
+                         return pthread_setschedparam(pthread_self(), SCHED_FIFO, &urgent) == 0;
+                     }).get();
+    EXPECT_EQ(asked(0), (std::pair<int, int>(SCHED_OTHER, 0)));
+    EXPECT_EQ(asked(kPriority),
+              may ? (std::pair<int, int>(SCHED_FIFO, kPriority)) : (std::pair<int, int>(SCHED_OTHER, 0)));
 }
 
 /// Both sides as they come: replies early, late and failing, whatever the scheduler does.
