@@ -274,7 +274,7 @@ void ValuesAsTheyStand(Trial& trial) {
     TryForms(trial, kForms, "the server's object has another name than the host asked for");
 }
 
-constexpr Check kChecks[] = {
+constexpr Check kPluginConfigureChecks[] = {
     {"connects", CheckTarget::kPlugin, 2,
      "Configure connects to a server, and deleting the talker ends that.", "loads", 20, Connects},
     {"figures-start-at-zero", CheckTarget::kPlugin, 2, "Both cycle figures of a new talker are 0.", "loads",
@@ -307,7 +307,7 @@ constexpr Check kChecks[] = {
 } // namespace
 
 std::span<const Check> PluginConfigureChecks() {
-    return kChecks;
+    return kPluginConfigureChecks;
 }
 
 } // namespace vrx::tool

@@ -236,7 +236,7 @@ void Instructions(Trial& trial) {
                   {"callgrind", "--callgrind-out-file=/dev/null", "Collected : ", "instructions", 50000});
 }
 
-constexpr Check kChecks[] = {
+constexpr Check kPluginCostChecks[] = {
     {"blocks-without-stalls", CheckTarget::kPlugin, 9, "Blocks do not wait 40 ms in the system (warns).",
      "connects", 60, BlocksWithoutStalls},
     {"system-calls", CheckTarget::kPlugin, 9,
@@ -250,7 +250,7 @@ constexpr Check kChecks[] = {
 } // namespace
 
 std::span<const Check> PluginCostChecks() {
-    return kChecks;
+    return kPluginCostChecks;
 }
 
 } // namespace vrx::tool

@@ -325,7 +325,7 @@ void IndependentTalkers(Trial& trial) {
            "one slow server stops all tracks of a host");
 }
 
-constexpr Check kChecks[] = {
+constexpr Check kPluginEnduranceChecks[] = {
     {"lifetimes", CheckTarget::kPlugin, 6, "A thousand talkers leave no descriptors, threads or memory.",
      "connects", 90, Lifetimes},
     {"long-life", CheckTarget::kPlugin, 6, "Six thousand calls of each kind leave no descriptors or memory.",
@@ -347,7 +347,7 @@ constexpr Check kChecks[] = {
 } // namespace
 
 std::span<const Check> PluginEnduranceChecks() {
-    return kChecks;
+    return kPluginEnduranceChecks;
 }
 
 } // namespace vrx::tool

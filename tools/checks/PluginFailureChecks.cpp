@@ -483,7 +483,7 @@ void LeavesNothing(Trial& trial) {
            "a host that unloads the plug-in crashes, one that keeps it runs out of threads");
 }
 
-constexpr Check kChecks[] = {
+constexpr Check kPluginFailureChecks[] = {
     {"refused", CheckTarget::kPlugin, 5, "Configure fails in its way when nothing listens, and works later.",
      "connects", 20, Refused},
     {"unknown-host", CheckTarget::kPlugin, 5,
@@ -536,7 +536,7 @@ constexpr Check kChecks[] = {
 } // namespace
 
 std::span<const Check> PluginFailureChecks() {
-    return kChecks;
+    return kPluginFailureChecks;
 }
 
 } // namespace vrx::tool

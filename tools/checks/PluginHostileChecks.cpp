@@ -226,7 +226,7 @@ void Rubbish(Trial& trial) {
     ExpectStillWorks(bench, "rubbish");
 }
 
-constexpr Check kChecks[] = {
+constexpr Check kPluginHostileChecks[] = {
     {"short-replies", CheckTarget::kPlugin, 8, "Replies cut to any length harm nothing.", "connects", 60,
      ShortReplies},
     {"absurd-lengths", CheckTarget::kPlugin, 8, "No length word leads beyond what came.", "connects", 60,
@@ -249,7 +249,7 @@ constexpr Check kChecks[] = {
 } // namespace
 
 std::span<const Check> PluginHostileChecks() {
-    return kChecks;
+    return kPluginHostileChecks;
 }
 
 } // namespace vrx::tool

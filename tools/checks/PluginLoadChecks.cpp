@@ -56,7 +56,7 @@ void NoNetwork(Trial& trial) {
            "hosts make talkers when they scan plug-ins, without a network and without being asked");
 }
 
-constexpr Check kChecks[] = {
+constexpr Check kPluginLoadChecks[] = {
     {"loads", CheckTarget::kPlugin, 1,
      "The library loads with all symbols bound, makes a talker, and unloads.", "", 15, Loads},
     {"loads-quietly", CheckTarget::kPlugin, 1, "Loading it and making a talker prints nothing and is quick.",
@@ -70,7 +70,7 @@ constexpr Check kChecks[] = {
 } // namespace
 
 std::span<const Check> PluginLoadChecks() {
-    return kChecks;
+    return kPluginLoadChecks;
 }
 
 } // namespace vrx::tool

@@ -329,7 +329,7 @@ void CollectedReplies(Trial& trial) {
                  (status == 0 ? ", and out is another one" : ""));
 }
 
-constexpr Check kChecks[] = {
+constexpr Check kPluginMannersChecks[] = {
     {"texts-untouched", CheckTarget::kPlugin, 2, "Texts handed over are only read, and only to their end.",
      "connects", 20, TextsUntouched},
     {"buffers-to-the-word", CheckTarget::kPlugin, 4,
@@ -359,7 +359,7 @@ constexpr Check kChecks[] = {
 } // namespace
 
 std::span<const Check> PluginMannersChecks() {
-    return kChecks;
+    return kPluginMannersChecks;
 }
 
 } // namespace vrx::tool

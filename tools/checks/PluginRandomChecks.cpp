@@ -206,7 +206,7 @@ void RandomConversation(Trial& trial) {
     }
 }
 
-constexpr Check kChecks[] = {
+constexpr Check kPluginRandomChecks[] = {
     {"random-conversation", CheckTarget::kPlugin, 10,
      "Calls and answers in random order do what a model of the talker does.", "connects", 90,
      RandomConversation},
@@ -215,7 +215,7 @@ constexpr Check kChecks[] = {
 } // namespace
 
 std::span<const Check> PluginRandomChecks() {
-    return kChecks;
+    return kPluginRandomChecks;
 }
 
 } // namespace vrx::tool

@@ -362,7 +362,7 @@ void SeparateTalkers(Trial& trial) {
     }
 }
 
-constexpr Check kChecks[] = {
+constexpr Check kPluginReplyChecks[] = {
     {"status", CheckTarget::kPlugin, 4,
      "PumpAudio and PinProps return the server's status, whatever its sign.", "connects", 20, Status},
     {"cycle-figures", CheckTarget::kPlugin, 4,
@@ -400,7 +400,7 @@ constexpr Check kChecks[] = {
 } // namespace
 
 std::span<const Check> PluginReplyChecks() {
-    return kChecks;
+    return kPluginReplyChecks;
 }
 
 } // namespace vrx::tool

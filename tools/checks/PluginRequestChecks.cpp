@@ -241,7 +241,7 @@ void OneConnection(Trial& trial) {
                "servers keep a client's state by its connection");
 }
 
-constexpr Check kChecks[] = {
+constexpr Check kPluginRequestChecks[] = {
     {"connect-bytes", CheckTarget::kPlugin, 3, "Configure sends \"connect,HOST,CLPORT\" and a line feed.",
      "connects", 20, ConnectBytes},
     {"connect-again", CheckTarget::kPlugin, 3,
@@ -272,7 +272,7 @@ constexpr Check kChecks[] = {
 } // namespace
 
 std::span<const Check> PluginRequestChecks() {
-    return kChecks;
+    return kPluginRequestChecks;
 }
 
 } // namespace vrx::tool

@@ -13,9 +13,13 @@
 
 namespace vrx::tool {
 
+namespace {
+
 using asio::ip::tcp;
 using std::chrono::milliseconds;
 using Clock = std::chrono::steady_clock;
+
+} // namespace
 
 asio::ip::tcp::endpoint ServerEndpoint(const CheckTarget& target) {
     asio::io_context io;

@@ -19,6 +19,9 @@ namespace vrx::tool {
 /// How long a talker waits, and so how long a server has for an answer.
 inline constexpr std::chrono::milliseconds kServerPatience{10000};
 
+/// How long nothing has to come for a reply to be the only one.
+inline constexpr std::chrono::milliseconds kQuiet{50};
+
 /// Throws Mismatch when the name is not known.
 asio::ip::tcp::endpoint ServerEndpoint(const CheckTarget& target);
 

@@ -13,8 +13,6 @@ namespace {
 
 using std::chrono::milliseconds;
 
-constexpr milliseconds kQuiet{50};
-
 void TakesBlocks(Trial& trial) {
     (void)FindBlock(trial);
 }
@@ -27,7 +25,7 @@ void BlockReply(Trial& trial) {
 }
 
 /// Words that look like something else: a line feed, a marker, zeroes. As floats they are all tiny.
-void AnyWords(Trial& trial) {
+void TakesAnyWords(Trial& trial) {
     const std::size_t words = FindBlock(trial).words;
     ServerClient client(trial);
     for (const std::uint32_t word : {0x0A0A0A0AU, host::kPacketTag, 0U, 0x0A0D0A0DU, 0x80000000U}) {
@@ -174,7 +172,7 @@ void NoStalls(Trial& trial) {
              "no real time: TCP_NODELAY on the server's socket, and one call for each reply, avoid it"});
 }
 
-constexpr Check kChecks[] = {
+constexpr Check kServerBlockChecks[] = {
     {"takes-blocks", CheckTarget::kServer, 3, "A block comes back with a status that is not negative.",
      "answers-connect", 60, TakesBlocks},
     {"block-reply", CheckTarget::kServer, 3,
@@ -183,7 +181,7 @@ constexpr Check kChecks[] = {
     {"one-reply", CheckTarget::kServer, 3, "Each block is answered by one reply and nothing else.",
      "takes-blocks", 60, OneReply},
     {"any-words", CheckTarget::kServer, 3, "Blocks may hold line feeds, markers and zeroes.", "takes-blocks",
-     60, AnyWords},
+     60, TakesAnyWords},
     {"counts", CheckTarget::kServer, 3, "More or fewer words back than sent, or none, as asked for.",
      "takes-blocks", 60, Counts},
     {"large-blocks", CheckTarget::kServer, 3, "Blocks of thousands of words come back whole, or are refused.",
@@ -201,7 +199,7 @@ constexpr Check kChecks[] = {
 } // namespace
 
 std::span<const Check> ServerBlockChecks() {
-    return kChecks;
+    return kServerBlockChecks;
 }
 
 } // namespace vrx::tool

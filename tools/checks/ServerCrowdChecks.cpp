@@ -312,7 +312,7 @@ void OddPaths(Trial& trial) {
     }
 }
 
-constexpr Check kChecks[] = {
+constexpr Check kServerCrowdChecks[] = {
     {"in-pieces", CheckTarget::kServer, 6, "Requests may come byte by byte.", "takes-blocks", 60, InPieces},
     {"two-at-a-time", CheckTarget::kServer, 6, "Two requests may come at once.", "takes-blocks", 60,
      TwoAtATime},
@@ -340,7 +340,7 @@ constexpr Check kChecks[] = {
 } // namespace
 
 std::span<const Check> ServerCrowdChecks() {
-    return kChecks;
+    return kServerCrowdChecks;
 }
 
 } // namespace vrx::tool

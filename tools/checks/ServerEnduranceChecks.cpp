@@ -100,7 +100,7 @@ private:
     ServerClient m_client;
 };
 
-void RandomConversation(Trial& trial) {
+void RandomServerTalk(Trial& trial) {
     constexpr seconds kTime{45};
     const BlockShape shape = FindBlock(trial);
     const auto end = Clock::now() + kTime;
@@ -126,20 +126,20 @@ void ManyConnections(Trial& trial) {
     ExpectOthersServed(trial, words, "after " + std::to_string(made) + " connections");
 }
 
-constexpr Check kChecks[] = {
+constexpr Check kServerEnduranceChecks[] = {
     {"many-connections", CheckTarget::kServer, 9, "Up to 1,500 clients come and go.", "takes-blocks", 80,
      ManyConnections},
     {"pace", CheckTarget::kServer, 9,
      "Block after block for a minute: answered alike, in steady time (which warns).", "takes-blocks", 80,
      Pace},
     {"random-conversation", CheckTarget::kServer, 10, "Requests in random order are answered.",
-     "takes-blocks", 80, RandomConversation},
+     "takes-blocks", 80, RandomServerTalk},
 };
 
 } // namespace
 
 std::span<const Check> ServerEnduranceChecks() {
-    return kChecks;
+    return kServerEnduranceChecks;
 }
 
 } // namespace vrx::tool

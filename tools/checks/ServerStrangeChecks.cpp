@@ -12,7 +12,6 @@ namespace {
 
 using std::chrono::milliseconds;
 
-constexpr milliseconds kQuiet{50};
 constexpr char kStuck[] = "a talker that asks for it waits ten seconds and loses its connection";
 
 void ExpectAnswered(ServerClient& client, const std::string& request, const std::string& what) {
@@ -138,7 +137,7 @@ void ThroughTalker(Trial& trial) {
     }
 }
 
-constexpr Check kChecks[] = {
+constexpr Check kServerStrangeChecks[] = {
     {"unknown-names", CheckTarget::kServer, 5,
      "Requests for objects that nobody knows are answered, and the connection stands.", "takes-blocks", 60,
      UnknownNames},
@@ -162,7 +161,7 @@ constexpr Check kChecks[] = {
 } // namespace
 
 std::span<const Check> ServerStrangeChecks() {
-    return kChecks;
+    return kServerStrangeChecks;
 }
 
 } // namespace vrx::tool

@@ -11,11 +11,11 @@ namespace {
 
 using std::chrono::milliseconds;
 
-constexpr milliseconds kQuiet{200};
+constexpr milliseconds kLongQuiet{200};
 
 /// The talker takes what comes first after a request for its reply.
 void ExpectNothingMore(ServerClient& client, const std::string& when) {
-    if (client.Quiet(kQuiet)) return;
+    if (client.Quiet(kLongQuiet)) return;
     const ServerReply more = client.Receive(milliseconds(500));
     throw Mismatch{{when + ", nothing comes until the next request", more.Shown(),
                     "a talker takes it for the answer to its next request"}};
@@ -76,7 +76,7 @@ void PinsRepeat(Trial& trial) {
                        Hex(reply->Word(at)), "hosts size their blocks by what they asked once");
 }
 
-constexpr Check kChecks[] = {
+constexpr Check kServerTalkChecks[] = {
     {"listens", CheckTarget::kServer, 1, "The server takes a connection and waits for the first request.", "",
      30, Listens},
     {"answers-connect", CheckTarget::kServer, 1, "The connect text is answered with one line.", "listens", 30,
@@ -92,7 +92,7 @@ constexpr Check kChecks[] = {
 } // namespace
 
 std::span<const Check> ServerTalkChecks() {
-    return kChecks;
+    return kServerTalkChecks;
 }
 
 } // namespace vrx::tool

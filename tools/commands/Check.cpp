@@ -7,6 +7,7 @@
 #include "tools/commands/Subcommand.h"
 #include "tools/program/Interrupt.h"
 #include "tools/program/OutputFile.h"
+#include "tools/program/StandardOutput.h"
 #include "tools/program/Terminal.h"
 #include "tools/report/RunSummary.h"
 
@@ -30,14 +31,9 @@ struct CheckOptions {
     bool json = false;
 };
 
-struct ListOptions {
+struct CheckListOptions {
     bool json = false;
 };
-
-void Print(const std::string& text) {
-    (void)std::fputs(text.c_str(), stdout);
-    if (std::fflush(stdout) != 0) throw Failure{kFileFailed, "cannot write to standard output"};
-}
 
 /// The checks that the options ask for, by level.
 std::vector<const Check*> Chosen(const CheckOptions& options) {
@@ -122,16 +118,17 @@ int RunCheck(const CheckOptions& options) {
     throw Failure{kRunFailed, target.Name() + " is wrong: " + report.WrongNames()};
 }
 
-int RunList(const ListOptions& options) {
+int RunCheckList(const CheckListOptions& options) {
     Print(options.json ? JsonLine(ListJson()) : ListText());
     return kDone;
 }
 
-constexpr char kFooter[] = "Level 5 is what any host or any server has to rely on; 10 takes up to four "
-                           "minutes. Each check runs in a\n"
-                           "process of its own. Warnings are about what merely costs and never fail.\n"
-                           "Exit codes: 0 nothing is wrong, 2 FILE is no plug-in, 3 no server, 4 a check "
-                           "failed, crashed or timed out.\n";
+constexpr char kCheckFooter[] =
+    "Level 5 is what any host or any server has to rely on; 10 takes up to four "
+    "minutes. Each check runs in a\n"
+    "process of its own. Warnings are about what merely costs and never fail.\n"
+    "Exit codes: 0 nothing is wrong, 2 FILE is no plug-in, 3 no server, 4 a check "
+    "failed, crashed or timed out.\n";
 
 void AddCommon(Subcommand<CheckOptions>& command) {
     CheckOptions& options = command.Values();
@@ -150,17 +147,19 @@ void AddCommon(Subcommand<CheckOptions>& command) {
 void AddCheck(CLI::App& app, int& exitCode) {
     CLI::App* check = app.add_subcommand("check", "Find out whether a plug-in or a server is right");
     check->require_subcommand(1);
-    check->footer(kFooter + std::string("\nExamples:\n"
-                                        "  vrx check plugin ./VRX_talker_norvo.so --level 10\n"
-                                        "  vrx check server 127.0.0.1 7000 --json\n"
-                                        "  vrx check list"));
+    check->footer(kCheckFooter + std::string("\nExamples:\n"
+                                             "  vrx check plugin ./VRX_talker_norvo.so --level 10\n"
+                                             "  vrx check server 127.0.0.1 7000 --json\n"
+                                             "  vrx check list"));
 
-    Subcommand<CheckOptions> plugin(*check, exitCode, "plugin", "Check a talker plug-in", RunCheck, kFooter);
+    Subcommand<CheckOptions> plugin(*check, exitCode, "plugin", "Check a talker plug-in", RunCheck,
+                                    kCheckFooter);
     plugin.Values().target.kind = CheckTarget::kPlugin;
     plugin.Add("FILE", plugin.Values().target.file, "", "The plug-in")->required();
     AddCommon(plugin);
 
-    Subcommand<CheckOptions> server(*check, exitCode, "server", "Check an audio server", RunCheck, kFooter);
+    Subcommand<CheckOptions> server(*check, exitCode, "server", "Check an audio server", RunCheck,
+                                    kCheckFooter);
     CheckTarget& target = server.Values().target;
     target.kind = CheckTarget::kServer;
     server.Add("HOST", target.host, "", "Host name or IPv4 address")->required();
@@ -175,7 +174,7 @@ void AddCheck(CLI::App& app, int& exitCode) {
         ->check(InRange(1, 1023));
     AddRecordOption(server.Command(), server.Values().record);
 
-    Subcommand<ListOptions> list(*check, exitCode, "list", "List all checks", RunList, "");
+    Subcommand<CheckListOptions> list(*check, exitCode, "list", "List all checks", RunCheckList, "");
     list.AddJson(list.Values().json);
 }
 

@@ -46,7 +46,7 @@ int RunCompare(const CompareOptions& options) {
     return kDone;
 }
 
-constexpr char kFooter[] =
+constexpr char kCompareFooter[] =
     "A and B are what vrx pump --json printed. What counts first: reaching the end, then failed blocks, "
     "missed\n"
     "deadlines, blocks sent again, and then p99. The times of paced runs count from when a block was due.\n"
@@ -59,7 +59,7 @@ constexpr char kFooter[] =
 
 void AddCompare(CLI::App& app, int& exitCode) {
     Subcommand<CompareOptions> command(app, exitCode, "compare", "Say which of two runs was better",
-                                       RunCompare, kFooter);
+                                       RunCompare, kCompareFooter);
     CompareOptions& options = command.Values();
     command.Add("A", options.a, "", "Summary of a run: what vrx pump --json printed")->required();
     command.Add("B", options.b, "", "Summary of another run")->required();

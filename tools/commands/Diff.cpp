@@ -23,7 +23,7 @@ int RunDiff(const DiffOptions& options) {
     return report.Tell("vrx diff", options.a, options.b, {&a, &b});
 }
 
-constexpr char kFooter[] =
+constexpr char kDiffFooter[] =
     "A and B are captures (pcap, pcapng) of vrx record or of any other program. Exchanges are put side by "
     "side also\n"
     "when one of the two has more. Times, ports, cycle figures, and how replies were cut into pieces are no\n"
@@ -37,7 +37,7 @@ constexpr char kFooter[] =
 
 void AddDiff(CLI::App& app, int& exitCode) {
     Subcommand<DiffOptions> command(app, exitCode, "diff", "Say where two recordings differ", RunDiff,
-                                    kFooter);
+                                    kDiffFooter);
     DiffOptions& options = command.Values();
     command.Add("A", options.a, "", "A capture file")->required();
     command.Add("B", options.b, "", "Another one")->required();

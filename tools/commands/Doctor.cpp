@@ -35,20 +35,21 @@ int RunDoctor(const DoctorOptions& options) {
         .Run();
 }
 
-constexpr char kFooter[] = "One line a step: its name, ok, note or FAIL, its time, what was found. After a "
-                           "failure: what it means and\n"
-                           "what to try. Exit codes: 0 no step failed, 3 no connection (look-up, reach, "
-                           "connect, command), 4 later.\n"
-                           "\n"
-                           "Examples:\n"
-                           "  vrx doctor 127.0.0.1 7000\n"
-                           "  vrx doctor studio 7000 --block 480 --channels 2 --rate 48000 --json";
+constexpr char kDoctorFooter[] =
+    "One line a step: its name, ok, note or FAIL, its time, what was found. After a "
+    "failure: what it means and\n"
+    "what to try. Exit codes: 0 no step failed, 3 no connection (look-up, reach, "
+    "connect, command), 4 later.\n"
+    "\n"
+    "Examples:\n"
+    "  vrx doctor 127.0.0.1 7000\n"
+    "  vrx doctor studio 7000 --block 480 --channels 2 --rate 48000 --json";
 
 } // namespace
 
 void AddDoctor(CLI::App& app, int& exitCode) {
     Subcommand<DoctorOptions> command(app, exitCode, "doctor", "Find out why a server does not answer",
-                                      RunDoctor, kFooter);
+                                      RunDoctor, kDoctorFooter);
     DoctorOptions& options = command.Values();
     CheckupOptions& checkup = options.checkup;
     command.Add("HOST", options.server.server, "", "Host name or IPv4 address")->required();

@@ -315,7 +315,7 @@ int RunLive(const LiveOptions& options) {
     return kDone;
 }
 
-constexpr char kFooter[] =
+constexpr char kLiveFooter[] =
     "Starts no JACK server: start one, or run this under PipeWire as \"pw-jack vrx live ...\". What goes in "
     "comes\n"
     "out after the latency, to the frame, whatever the server does. A block that is not back in time is "
@@ -335,7 +335,7 @@ constexpr char kFooter[] =
 
 void AddLive(CLI::App& app, int& exitCode) {
     Subcommand<LiveOptions> command(app, exitCode, "live", "Run live sound through the server (JACK)",
-                                    RunLive, kFooter);
+                                    RunLive, kLiveFooter);
     LiveOptions& options = command.Values();
     AddConnectionOptions(command.Command(), options.server);
     command.AddWithDefault("--channels", options.channels, "N", "Inputs, and as many outputs")

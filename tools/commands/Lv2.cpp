@@ -24,7 +24,7 @@ struct AddOptions {
     bool force = false;
 };
 
-struct ListOptions {
+struct BundleListOptions {
     std::string folder;
     bool json = false;
 };
@@ -69,7 +69,7 @@ int RunAdd(const AddOptions& options) {
     return kDone;
 }
 
-int RunList(const ListOptions& options) {
+int RunBundleList(const BundleListOptions& options) {
     const BundleFolder folder(options.folder);
     nlohmann::json plugins = nlohmann::json::array();
     std::string lines;
@@ -135,8 +135,8 @@ void AddLv2(CLI::App& app, int& exitCode) {
     lv2->footer("More on each: vrx lv2 COMMAND --help");
     AddAdd(*lv2, exitCode);
 
-    Subcommand<ListOptions> list(*lv2, exitCode, "list", "List the plug-ins", RunList,
-                                 "One line each: name, URI, server, channels.");
+    Subcommand<BundleListOptions> list(*lv2, exitCode, "list", "List the plug-ins", RunBundleList,
+                                       "One line each: name, URI, server, channels.");
     AddFolder(list);
     list.AddJson(list.Values().json);
 

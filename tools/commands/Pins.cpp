@@ -48,7 +48,7 @@ int RunPins(const PinsOptions& options) {
     return kDone;
 }
 
-constexpr char kFooter[] =
+constexpr char kPinsFooter[] =
     "Prints a line for the input pin and one for the output pin: its name and its three values. For vrx "
     "serve\n"
     "these are frames per block, channels (0: not said), and 1 for float words or 0 for integer words.\n"
@@ -61,7 +61,7 @@ constexpr char kFooter[] =
 
 void AddPins(CLI::App& app, int& exitCode) {
     Subcommand<PinsOptions> command(app, exitCode, "pins", "Show the properties of the server's pins",
-                                    RunPins, kFooter);
+                                    RunPins, kPinsFooter);
     AddConnectionOptions(command.Command(), command.Values().server);
     command.AddJson(command.Values().json);
 }

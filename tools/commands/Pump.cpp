@@ -261,7 +261,7 @@ int RunPump(const PumpOptions& options) {
                                   ": silence stands for them in " + options.out};
 }
 
-constexpr char kFooter[] =
+constexpr char kPumpFooter[] =
     "Without --block and --samples the server's pins decide. What they do not say: float words, and as many\n"
     "frames as let request and reply fit one Ethernet segment. A single reply is what one receive delivers, "
     "so\n"
@@ -283,7 +283,7 @@ constexpr char kFooter[] =
 
 void AddPump(CLI::App& app, int& exitCode) {
     Subcommand<PumpOptions> command(app, exitCode, "pump", "Run an audio file through the server", RunPump,
-                                    kFooter);
+                                    kPumpFooter);
     PumpOptions& options = command.Values();
     command.Add("IN", options.in, "", "Audio file to read; -: standard input")->required();
     command

@@ -44,21 +44,22 @@ int RunRecord(const RecordOptions& options) {
     return recorder.Error().empty() ? kDone : kFileFailed;
 }
 
-constexpr char kFooter[] = "Clients connect to the port of the first line instead of the server's. "
-                           "Everything is handed on as it comes,\n"
-                           "ends and resets included, and FILE holds it as a capture (pcap) that Wireshark "
-                           "opens, whole up to the last\n"
-                           "reply at any time. Ctrl-C ends it.\n"
-                           "\n"
-                           "Examples:\n"
-                           "  vrx record --to studio:7000 tuesday.pcap --port 7100\n"
-                           "  vrx pump in.wav out.wav --servport 7100";
+constexpr char kRecordFooter[] =
+    "Clients connect to the port of the first line instead of the server's. "
+    "Everything is handed on as it comes,\n"
+    "ends and resets included, and FILE holds it as a capture (pcap) that Wireshark "
+    "opens, whole up to the last\n"
+    "reply at any time. Ctrl-C ends it.\n"
+    "\n"
+    "Examples:\n"
+    "  vrx record --to studio:7000 tuesday.pcap --port 7100\n"
+    "  vrx pump in.wav out.wav --servport 7100";
 
 } // namespace
 
 void AddRecord(CLI::App& app, int& exitCode) {
-    Subcommand<RecordOptions> command(app, exitCode, "record",
-                                      "Record what goes between clients and a server", RunRecord, kFooter);
+    Subcommand<RecordOptions> command(
+        app, exitCode, "record", "Record what goes between clients and a server", RunRecord, kRecordFooter);
     RecordOptions& options = command.Values();
     command.Add("FILE", options.file, "", "Capture file to write")->required();
     command.Add("--to", options.to, "HOST:PORT", "The server")->required();

@@ -53,23 +53,24 @@ int RunReplay(const ReplayOptions& options) {
     return options.serve ? Serve(options, timing) : ReplayTo(options, timing);
 }
 
-constexpr char kFooter[] = "With --serve clients get the recorded replies, in the recorded pieces and with "
-                           "the recorded ends of their\n"
-                           "connections, as often as they like. A request that differs from the recorded one "
-                           "gets an error line, and ends\n"
-                           "the replay (exit code 4). With --to the recorded requests go to a server, and "
-                           "its replies are compared with the\n"
-                           "recorded ones (exit code 4 when they differ).\n"
-                           "\n"
-                           "Examples:\n"
-                           "  vrx replay tuesday.pcap --serve --port 7100\n"
-                           "  vrx replay tuesday.pcap --to 127.0.0.1:7000 --timing fast --json";
+constexpr char kReplayFooter[] =
+    "With --serve clients get the recorded replies, in the recorded pieces and with "
+    "the recorded ends of their\n"
+    "connections, as often as they like. A request that differs from the recorded one "
+    "gets an error line, and ends\n"
+    "the replay (exit code 4). With --to the recorded requests go to a server, and "
+    "its replies are compared with the\n"
+    "recorded ones (exit code 4 when they differ).\n"
+    "\n"
+    "Examples:\n"
+    "  vrx replay tuesday.pcap --serve --port 7100\n"
+    "  vrx replay tuesday.pcap --to 127.0.0.1:7000 --timing fast --json";
 
 } // namespace
 
 void AddReplay(CLI::App& app, int& exitCode) {
     Subcommand<ReplayOptions> command(app, exitCode, "replay", "Be the server or the client of a recording",
-                                      RunReplay, kFooter);
+                                      RunReplay, kReplayFooter);
     ReplayOptions& options = command.Values();
     command.Add("FILE", options.file, "", "A capture file")->required();
     command.AddFlag("--serve", options.serve, "Answer clients as the recorded server did");

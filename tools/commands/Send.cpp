@@ -43,17 +43,17 @@ int RunSend(const SendOptions& options) {
     return kDone;
 }
 
-constexpr char kFooter[] = "Waits for each reply without limit; Ctrl-C ends it (exit code 5).\n"
-                           "\n"
-                           "Examples:\n"
-                           "  vrx send --servport 7000 help\n"
-                           "  vrx send --servport 7000 --server studio \"gain -6\" status";
+constexpr char kSendFooter[] = "Waits for each reply without limit; Ctrl-C ends it (exit code 5).\n"
+                               "\n"
+                               "Examples:\n"
+                               "  vrx send --servport 7000 help\n"
+                               "  vrx send --servport 7000 --server studio \"gain -6\" status";
 
 } // namespace
 
 void AddSend(CLI::App& app, int& exitCode) {
     Subcommand<SendOptions> command(app, exitCode, "send", "Send text commands and print the replies",
-                                    RunSend, kFooter);
+                                    RunSend, kSendFooter);
     SendOptions& options = command.Values();
     command.Command()
         .add_option("TEXT", options.texts, "Commands, one argument each; one reply line each")

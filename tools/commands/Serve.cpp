@@ -138,7 +138,7 @@ void AddFaults(CLI::App& command, Arguments& arguments) {
         ->capture_default_str();
 }
 
-constexpr char kFooter[] =
+constexpr char kServeFooter[] =
     "The first line printed is \"vrx serve: listening on ADDRESS:PORT\".\n"
     "The cycle figures of a reply are nanoseconds. SIGINT or SIGTERM stops the server\n"
     "with exit code 0, after what is under way, at most a second; 3: it could not listen.\n"
@@ -151,7 +151,7 @@ constexpr char kFooter[] =
 
 void AddServe(CLI::App& app, int& exitCode) {
     Subcommand<Arguments> command(app, exitCode, "serve", "Runs a loopback server that processes blocks",
-                                  Serve, kFooter);
+                                  Serve, kServeFooter);
     command.Values().server.threads = Cores();
     AddListening(command.Command(), command.Values());
     AddObjects(command.Command(), command.Values());

@@ -98,7 +98,7 @@ int RunSweep(const SweepOptions& options) {
     return kDone;
 }
 
-constexpr char kFooter[] =
+constexpr char kSweepFooter[] =
     "Sends silence, each block when it is due in real time, in blocks of --from frames, then twice as many, "
     "up\n"
     "to --to. A size is safe when every reply came before the next block was due and no larger size missed\n"
@@ -112,7 +112,7 @@ constexpr char kFooter[] =
 
 void AddSweep(CLI::App& app, int& exitCode) {
     Subcommand<SweepOptions> command(app, exitCode, "sweep", "Find the smallest block that keeps up",
-                                     RunSweep, kFooter);
+                                     RunSweep, kSweepFooter);
     SweepOptions& options = command.Values();
     AddConnectionOptions(command.Command(), options.server);
     const CLI::Validator isBlock = InRange<std::size_t>(1, host::kMostWords);

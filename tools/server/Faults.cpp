@@ -49,12 +49,12 @@ std::string_view EndlessText() {
     return text;
 }
 
-enum class Value { kNone, kBytes, kTime };
-
 } // namespace
 
 /// A row: adding one adds a fault.
 struct FaultScenario {
+    enum class Value { kNone, kBytes, kTime };
+
     std::string_view name;
     Value value;
     uint32_t leastBytes;
@@ -63,6 +63,8 @@ struct FaultScenario {
 };
 
 namespace {
+
+using Value = FaultScenario::Value;
 
 constexpr FaultScenario kScenarios[] = {
     {"pieces", Value::kBytes, 1, "the reply in pieces of N bytes, 1 ms apart",
