@@ -47,8 +47,8 @@ await live 'ready: 2 channels at 48000 Hz, period 256, block 256, latency 4096 f
 # The way back adds a period. On a busy machine PipeWire leaves a client out of a cycle now and then, which moves all that
 # follows in this circle: another try then.
 right='^delay 4352 frames: wet ([5-9][0-9]|100) %'
-for try in 1 2 3 4 5 6; do
-    pw-jack "$noise" vrx:in_1 vrx:out_1 4096 1 | tee "$work/heard"
+for ((try = 0; try < 60; try++)); do
+    pw-jack "$noise" vrx:in_1 vrx:out_1 4096 1 0 | tee "$work/heard"
     grep -qE "$right" "$work/heard" && break
 done
 grep -qE "$right" "$work/heard" || exit 1

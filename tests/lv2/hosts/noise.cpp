@@ -1,8 +1,9 @@
 // Plays noise through a running host of the plug-in and compares what comes back, frame by frame, with what went in: for
 // hosts that play in real time. The server behind the plug-in turns the sign round.
 //
-//   noise INTO-PORT OUT-OF-PORT LATENCY SECONDS
+//   noise INTO-PORT OUT-OF-PORT LATENCY SECONDS [MORE]
 //
+// Plays for SECONDS, and for up to MORE seconds (5) until anything comes back: a busy machine may take a while.
 // Prints "delay 2304 frames: wet 91 %, dry 9 %, longest fade 48 frames"; ends with 1 when there is anything but processed and
 // dry sound with one delay, that is the latency and whole periods, joined by fades of a millisecond.
 
@@ -12,8 +13,8 @@
 #include <cstdlib>
 
 int main(int argc, char** argv) {
-    if (argc != 5) {
-        std::fprintf(stderr, "usage: noise INTO-PORT OUT-OF-PORT LATENCY SECONDS\n");
+    if (argc != 5 && argc != 6) {
+        std::fprintf(stderr, "usage: noise INTO-PORT OUT-OF-PORT LATENCY SECONDS [MORE]\n");
         return 2;
     }
     JackRecorder recorder(argv[1], argv[2]);
@@ -27,15 +28,14 @@ int main(int argc, char** argv) {
     const std::size_t from = recorder.Frames() + latency + (kMostPeriods + 2) * period;
     if (!recorder.Hear(std::strtoul(argv[4], nullptr, 10) * recorder.SampleRate())) return 2;
 
-    // A busy machine may take a while until a reply is back in time.
-    constexpr int kMostSeconds = 5;
+    const unsigned long mostSeconds = argc == 6 ? std::strtoul(argv[5], nullptr, 10) : 5;
     const auto wet = [&](std::size_t delay) { return recorder.Count(from, recorder.Frames(), delay).wet; };
     const auto heardAny = [&] {
         for (std::size_t periods = 0; periods <= kMostPeriods; ++periods)
             if (wet(latency + periods * period) > 0) return true;
         return false;
     };
-    for (int more = 0; more < kMostSeconds && !heardAny(); ++more)
+    for (unsigned long more = 0; more < mostSeconds && !heardAny(); ++more)
         if (!recorder.Hear(recorder.SampleRate())) return 2;
 
     const std::size_t to = recorder.Frames();
