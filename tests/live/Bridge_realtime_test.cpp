@@ -1,13 +1,12 @@
 // What the thread of the callback does while a bridge processes, counted from outside.
 
 #include "live/Bridge.h"
-#include "tests/live/FakeTalker.h"
+#include "tests/live/FakeParts.h"
 #include "tests/support/RealTimeCounts.h"
 
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <cstring>
 #include <memory>
 #include <mutex>
 #include <thread>
@@ -20,11 +19,6 @@ using Clock = std::chrono::steady_clock;
 namespace {
 
 constexpr int kCallbacks = 400;
-
-int Echo(const void* in, void* out, unsigned words) {
-    std::memcpy(out, in, words * sizeof(float));
-    return 0;
-}
 
 int TooLate(const void* in, void* out, unsigned words) {
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
@@ -42,15 +36,6 @@ int Refuses(const void*, void*, unsigned) {
 int SometimesLate(const void* in, void* out, unsigned words) {
     static int calls = 0;
     return ++calls % 3 == 0 ? TooLate(in, out, words) : Echo(in, out, words);
-}
-
-BridgeParts Parts(FakeTalker::Pump pump) {
-    BridgeParts parts;
-    parts.session = std::make_unique<vrx::host::Session>(
-        vrx::host::ServerSettings{},
-        vrx::host::SessionParts{[pump = std::move(pump)] { return std::make_unique<FakeTalker>(pump); },
-                                nullptr, nullptr});
-    return parts;
 }
 
 struct Case {

@@ -1,5 +1,5 @@
 #include "live/Bridge.h"
-#include "tests/live/FakeTalker.h"
+#include "tests/live/FakeParts.h"
 
 #include <gtest/gtest.h>
 
@@ -25,20 +25,6 @@ namespace {
 constexpr std::size_t kBlock = 32;
 // At so low a rate a fade is one frame long.
 constexpr Shape kShape{1, 1000, kBlock, kBlock, 2 * kBlock, Late::kDry};
-
-int Echo(const void* in, void* out, unsigned words) {
-    std::memcpy(out, in, words * sizeof(float));
-    return 0;
-}
-
-BridgeParts Parts(FakeTalker::Pump pump) {
-    BridgeParts parts;
-    parts.session = std::make_unique<vrx::host::Session>(
-        vrx::host::ServerSettings{},
-        vrx::host::SessionParts{[pump = std::move(pump)] { return std::make_unique<FakeTalker>(pump); },
-                                nullptr, nullptr});
-    return parts;
-}
 
 /// Feeds a bridge with 1, 2, 3... and checks that each number comes out after the latency, wet or dry. The first frame
 /// of a block may belong to a fade.

@@ -2,10 +2,9 @@
 
 #include "lv2/Instance.h"
 #include "lv2/settings/BundleSettings.h"
-#include "tests/live/FakeTalker.h"
+#include "tests/live/FakeParts.h"
 #include "tests/support/RealTimeCounts.h"
 
-#include <cstring>
 #include <gtest/gtest.h>
 #include <memory>
 #include <vector>
@@ -23,18 +22,6 @@ live::Shape Mono() {
     shape.blockFrames = shape.periodFrames = kFrames;
     shape.latencyFrames = 2 * kFrames;
     return shape;
-}
-
-std::unique_ptr<live::Bridge> EchoBridge(const live::Shape& shape) {
-    const auto echo = [](const void* in, void* out, unsigned words) {
-        std::memcpy(out, in, std::size_t{4} * words);
-        return 0;
-    };
-    live::BridgeParts parts;
-    parts.session = std::make_unique<host::Session>(
-        host::ServerSettings{},
-        host::SessionParts{[echo] { return std::make_unique<FakeTalker>(echo); }, nullptr, nullptr});
-    return std::make_unique<live::Bridge>(shape, std::move(parts));
 }
 
 TEST(InstanceRealTime, RunDoesNothingButWakeTheWorker) {

@@ -1,10 +1,9 @@
 #include "lv2/Instance.h"
 
 #include "lv2/settings/BundleSettings.h"
-#include "tests/live/FakeTalker.h"
+#include "tests/live/FakeParts.h"
 #include "tests/support/NoMemory.h"
 
-#include <cstring>
 #include <gtest/gtest.h>
 #include <system_error>
 
@@ -20,18 +19,6 @@ live::Shape Mono() {
     shape.blockFrames = shape.periodFrames = 4;
     shape.latencyFrames = 8;
     return shape;
-}
-
-std::unique_ptr<live::Bridge> EchoBridge(const live::Shape& shape) {
-    const auto echo = [](const void* in, void* out, unsigned words) {
-        std::memcpy(out, in, std::size_t{4} * words);
-        return 0;
-    };
-    live::BridgeParts parts;
-    parts.session = std::make_unique<host::Session>(
-        host::ServerSettings{},
-        host::SessionParts{[echo] { return std::make_unique<FakeTalker>(echo); }, nullptr, nullptr});
-    return std::make_unique<live::Bridge>(shape, std::move(parts));
 }
 
 /// The audio ports and a buffer of four frames for each.
