@@ -124,6 +124,30 @@ long ResidentKiB(pid_t process) {
     return 0;
 }
 
+/// Prints a line now and then until the time is up, by the clock however busy the machine is. Returns the most
+/// memory that the server held.
+long WatchFor(std::chrono::seconds length, pid_t server, FILE* report) {
+    using Clock = std::chrono::steady_clock;
+    const Clock::time_point start = Clock::now();
+    const auto step = std::max(std::chrono::seconds(10), length / 20);
+    auto nextLine = step;
+    long most = 0;
+    std::fprintf(report, "second  served   wrong  bad connections      server's RSS KiB\n");
+    for (bool over = false; !over;) {
+        std::this_thread::sleep_for(std::chrono::seconds(1));
+        const long resident = ResidentKiB(server);
+        most = std::max(most, resident);
+        const auto passed = std::chrono::duration_cast<std::chrono::seconds>(Clock::now() - start);
+        over = passed >= length;
+        if (passed < nextLine && !over) continue;
+        while (nextLine <= passed) nextLine += step;
+        std::fprintf(report, "%6lld  %-8ld %-6ld %-20ld %ld\n", static_cast<long long>(passed.count()),
+                     g_served.load(), g_wrong.load(), g_badConnections.load(), resident);
+        std::fflush(report);
+    }
+    return most;
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
@@ -154,17 +178,7 @@ int main(int argc, char** argv) {
         clients.emplace_back(MisbehaveForever, kMisdeeds[i % 4],
                              static_cast<uint16_t>(std::atoi(port.c_str())), 1000 + i);
     }
-    std::fprintf(report, "second  served   wrong  bad connections      server's RSS KiB\n");
-    const int step = std::max(10, seconds / 20);
-    long most = 0;
-    for (int second = 0; second < seconds; ++second) {
-        std::this_thread::sleep_for(std::chrono::seconds(1));
-        most = std::max(most, ResidentKiB(server.Pid()));
-        if ((second + 1) % step == 0 || second + 1 == seconds)
-            std::fprintf(report, "%6d  %-8ld %-6ld %-20ld %ld\n", second + 1, g_served.load(), g_wrong.load(),
-                         g_badConnections.load(), ResidentKiB(server.Pid()));
-        std::fflush(report);
-    }
+    const long most = WatchFor(std::chrono::seconds(seconds), server.Pid(), report);
     g_stop = true;
     for (std::thread& client : clients) client.join();
     server.Signal(SIGTERM);
