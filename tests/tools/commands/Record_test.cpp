@@ -286,8 +286,12 @@ TEST_F(Record, TcpdumpSeesTheSame) {
     if (RunProgram({"sh", "-c", "command -v tcpdump"}).exitCode != 0)
         GTEST_SKIP() << "tcpdump is not installed: script/setup ci";
     const ServeProcess server({"--process", "gain=-3"});
-    Subprocess tcpdump({"sh", "-c", "exec tcpdump -i lo -U --immediate-mode -w \"$1\" tcp port \"$2\" 2>&1",
-                        "sh", Path("other.pcap"), server.Port()});
+    // Its buffer has slots as long as a snapshot: the whole conversation has room in it, or the kernel drops what
+    // a busy machine does not let tcpdump fetch in time.
+    Subprocess tcpdump(
+        {"sh", "-c",
+         "exec tcpdump -i lo -U --immediate-mode -s 16384 -B 16384 -w \"$1\" tcp port \"$2\" 2>&1", "sh",
+         Path("other.pcap"), server.Port()});
     const std::string first = tcpdump.ReadLine();
     if (first.find("listening on lo") == std::string::npos)
         GTEST_SKIP() << "capturing is not allowed here: " << first;
