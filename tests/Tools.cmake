@@ -37,6 +37,7 @@ add_executable(tool_tests
   host/ServerSettings_test.cpp
   host/Session_test.cpp
   tools/wire/Requests_test.cpp
+  tools/wire/WireTap_test.cpp
   tools/commands/Send_test.cpp
   tools/report/Svg_test.cpp
   tools/report/SweepResult_test.cpp
@@ -158,10 +159,13 @@ if(TARGET vrx_capture)
     tools/capture/ExchangeComparer_test.cpp
     tools/capture/FrameTracker_test.cpp
     tools/capture/SampleMute_test.cpp
+    tools/capture/TapRecorder_test.cpp
     tools/commands/Diff_test.cpp
     tools/commands/Record_test.cpp
     tools/commands/Replay_test.cpp)
-  target_compile_definitions(capture_tests PRIVATE VRX_PROGRAM="$<TARGET_FILE:vrx>")
+  target_compile_definitions(capture_tests PRIVATE
+    VRX_PLUGIN="${PROJECT_BINARY_DIR}/VRX_talker_norvo.so"
+    VRX_PROGRAM="$<TARGET_FILE:vrx>")
   target_link_libraries(capture_tests PRIVATE vrx_capture vrx_pcap vrx_build_options GTest::gtest_main)
   add_dependencies(capture_tests vrx VRX_talker_norvo)
   vrx_discover_tests(capture_tests)

@@ -3,6 +3,7 @@
 #include "tools/capture/CaptureWriter.h"
 #include "tools/capture/Listen.h"
 #include "tools/capture/SampleMute.h"
+#include "tools/capture/WallClock.h"
 #include "tools/program/Errors.h"
 
 #include <algorithm>
@@ -20,27 +21,12 @@ namespace {
 
 using asio::ip::tcp;
 using std::chrono::milliseconds;
-using std::chrono::nanoseconds;
 
 constexpr milliseconds kAskWhetherStopped{50};
 /// Out of descriptors, say: new clients wait until one is free.
 constexpr milliseconds kRetryAccept{100};
 /// What a side that has ended leaves the other one at the end of the recording.
 constexpr milliseconds kFarewell{200};
-
-/// Nanoseconds since 1970 that never go back.
-class WallClock {
-public:
-    std::int64_t Now() const {
-        return m_base + std::chrono::duration_cast<nanoseconds>(Steady::now().time_since_epoch()).count();
-    }
-
-private:
-    using Steady = std::chrono::steady_clock;
-    std::int64_t m_base =
-        std::chrono::duration_cast<nanoseconds>(std::chrono::system_clock::now().time_since_epoch()).count() -
-        std::chrono::duration_cast<nanoseconds>(Steady::now().time_since_epoch()).count();
-};
 
 Endpoint EndpointOf(const tcp::endpoint& endpoint) {
     return {endpoint.address().to_string(), endpoint.port()};

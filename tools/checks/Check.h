@@ -18,6 +18,7 @@ struct CheckTarget {
     std::string host; ///< the server
     int port = 0;
     int recorderPort = 0; ///< on 127.0.0.1, to connect to instead of to the server; 0: there is no recorder
+    int recorderTap = -1; ///< the scripted servers' WireTap; -1: there is no recorder
     std::string input = "In";
     std::string output = "Out";
     std::string layout = "Main";

@@ -1,5 +1,6 @@
 #include "tools/checks/CheckRunner.h"
 
+#include "tools/checks/StubServer.h"
 #include "tools/program/Errors.h"
 
 #include <algorithm>
@@ -152,6 +153,7 @@ private:
         ::dup2(nothing, STDOUT_FILENO);
         ::dup2(m_output.Descriptor(), STDERR_FILENO);
         ::close(nothing);
+        StubServer::RecordTo(WireTap(target.recorderTap));
         Trial trial(target, SeedOf(m_check, target.seed), m_note.Room());
         const std::string text =
             Outcome(m_check, trial).dump(-1, ' ', true, nlohmann::json::error_handler_t::replace);

@@ -10,6 +10,7 @@
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -39,6 +40,12 @@ std::size_t Missing(std::string_view bytes) {
     if (bytes.size() < 8) return 8 - bytes.size();
     const std::size_t length = std::min<std::size_t>(WordAt(bytes, 4), kLargestRequest);
     return length - std::min(length, bytes.size());
+}
+
+/// To close a connection with unread bytes resets it.
+bool HasUnread(int socket) {
+    int count = 0;
+    return ::ioctl(socket, FIONREAD, &count) == 0 && count > 0;
 }
 
 Answer UsualAnswer(std::string_view request) {
@@ -176,15 +183,27 @@ void StubServer::Accept() {
         if (::poll(&waiting, 1, static_cast<int>(kSlice.count())) != 1) continue;
         const std::lock_guard lock(m_mutex);
         if (m_listener < 0) continue;
-        const int socket = ::accept4(m_listener, nullptr, nullptr, SOCK_CLOEXEC);
+        sockaddr_in client{};
+        socklen_t length = sizeof client;
+        const int socket = ::accept4(m_listener, reinterpret_cast<sockaddr*>(&client), &length, SOCK_CLOEXEC);
         if (socket < 0) continue;
         const int yes = 1;
         ::setsockopt(socket, IPPROTO_TCP, TCP_NODELAY, &yes, sizeof yes);
         Connection& connection = m_connections.emplace_back();
         connection.number = static_cast<int>(m_connections.size());
         connection.socket = socket;
+        connection.recorded = WireTap::NewConnection();
+        s_tap.Tell({.kind = WireEvent::kOpened,
+                    .clientPort = ntohs(client.sin_port),
+                    .serverPort = static_cast<std::uint16_t>(m_port),
+                    .connection = connection.recorded});
         connection.thread = std::thread([this, &connection] { Serve(connection); });
     }
+}
+
+void StubServer::Tell(const Connection& connection, WireEvent::Kind kind, bool fromServer,
+                      std::string_view bytes) {
+    s_tap.Tell({.kind = kind, .fromServer = fromServer, .connection = connection.recorded}, bytes);
 }
 
 void StubServer::Serve(Connection& connection) {
@@ -234,10 +253,20 @@ bool StubServer::Receive(const Connection& connection, std::string& bytes, milli
                          std::size_t most) const {
     if (!Wait(connection, patience)) return false;
     std::string piece(std::min<std::size_t>(most, 65536), '\0');
-    const ssize_t count = ::recv(connection.socket, piece.data(), piece.size(), 0);
-    if (count <= 0) return false;
-    bytes.append(piece, 0, static_cast<std::size_t>(count));
-    return true;
+    piece.resize(Taken(connection, piece));
+    bytes += piece;
+    return !piece.empty();
+}
+
+/// What one receive takes of what has come, into `room`; 0 when the client has ended.
+std::size_t StubServer::Taken(const Connection& connection, std::span<char> room) {
+    const ssize_t count = ::recv(connection.socket, room.data(), room.size(), 0);
+    if (count <= 0) {
+        Tell(connection, count == 0 ? WireEvent::kClosed : WireEvent::kReset, false);
+        return 0;
+    }
+    Tell(connection, WireEvent::kBytes, false, {room.data(), static_cast<std::size_t>(count)});
+    return static_cast<std::size_t>(count);
 }
 
 /// The order that the next request will get; one without any wishes when there is none.
@@ -285,6 +314,7 @@ void StubServer::Send(const Connection& connection, std::string_view bytes) cons
             ::send(connection.socket, bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
         if (sent < 0 && errno == EAGAIN) continue;
         if (sent <= 0) return; // the client has gone: the next receive finds out
+        Tell(connection, WireEvent::kBytes, true, bytes.substr(0, static_cast<std::size_t>(sent)));
         bytes.remove_prefix(static_cast<std::size_t>(sent));
     }
 }
@@ -312,6 +342,8 @@ void StubServer::End(Connection& connection, Answer::End how) {
         ::setsockopt(connection.socket, SOL_SOCKET, SO_LINGER, &now, sizeof now);
     }
     const bool receives = how == Answer::kHalfClose || how == Answer::kStopAll;
+    const bool resets = how == Answer::kReset || (!receives && HasUnread(connection.socket));
+    Tell(connection, resets ? WireEvent::kReset : WireEvent::kClosed, true);
     if (receives)
         ::shutdown(connection.socket, SHUT_WR);
     else
@@ -325,8 +357,7 @@ void StubServer::End(Connection& connection, Answer::End how) {
     char piece[4096];
     while (!m_stop) {
         pollfd waiting{connection.socket, POLLIN, 0};
-        if (::poll(&waiting, 1, static_cast<int>(kSlice.count())) == 1 &&
-            ::recv(connection.socket, piece, sizeof piece, 0) <= 0)
+        if (::poll(&waiting, 1, static_cast<int>(kSlice.count())) == 1 && Taken(connection, piece) == 0)
             break;
     }
     ::close(connection.socket);

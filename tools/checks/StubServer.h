@@ -1,5 +1,7 @@
 #pragma once
 
+#include "tools/wire/WireTap.h"
+
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
@@ -61,6 +63,9 @@ public:
     StubServer(const StubServer&) = delete;
     StubServer& operator=(const StubServer&) = delete;
 
+    /// From now on the connections of all servers of this process are recorded.
+    static void RecordTo(WireTap tap) { s_tap = tap; }
+
     int Port() const { return m_port; }
 
     /// An order for the next request that has none.
@@ -91,6 +96,7 @@ private:
     struct Connection {
         int number = 0;
         int socket = -1;
+        std::uint64_t recorded = 0; // its number for the recorder
         bool open = true;
         bool served = false; // its thread is at its end
         std::optional<Answer::End> drop;
@@ -105,14 +111,19 @@ private:
     bool Wait(const Connection& connection, std::chrono::milliseconds patience) const;
     bool Receive(const Connection& connection, std::string& bytes, std::chrono::milliseconds patience,
                  std::size_t most) const;
+    static std::size_t Taken(const Connection& connection, std::span<char> room);
     bool Over(const Connection& connection) const;
     void Send(const Connection& connection, std::string_view bytes) const;
     Answer NextOrder() const;
     Answer NextAnswer(const Request& request);
     bool Perform(Connection& connection, const Answer& answer);
     void End(Connection& connection, Answer::End how);
+    static void Tell(const Connection& connection, WireEvent::Kind kind, bool fromServer,
+                     std::string_view bytes = {});
     void Listen();
     void CloseListener();
+
+    static inline WireTap s_tap{-1};
 
     mutable std::mutex m_mutex;
     mutable std::condition_variable m_changed;

@@ -1,4 +1,5 @@
 #include "tools/capture/Recorder.h"
+#include "tools/capture/TapRecorder.h"
 #include "tools/commands/Commands.h"
 #include "tools/commands/RecordOption.h"
 #include "tools/program/Errors.h"
@@ -11,6 +12,14 @@ void AddCaptureCommands(CLI::App& app, int& exitCode) {
     AddDiff(app, exitCode);
 }
 
+namespace {
+
+void TellError(const std::string& text) {
+    PrintError("vrx", text);
+}
+
+} // namespace
+
 void AddRecordOption(CLI::App& command, std::string& file) {
     command.add_option("--record", file, "Leave a capture (pcap) of what is said")->type_name("FILE");
 }
@@ -22,10 +31,14 @@ std::shared_ptr<void> StartRecording(const std::string& file, bool overwrite, ho
     options.port = server.port & 0xFFFF; // as the talker reads it
     options.file = file;
     options.overwrite = overwrite;
-    options.tell = [](const std::string& text) { PrintError("vrx", text); };
+    options.tell = TellError;
     const auto recorder = std::make_shared<BackgroundRecorder>(options);
     server.GoThrough("127.0.0.1", recorder->Port());
     return recorder;
+}
+
+std::shared_ptr<void> StartTapRecording(const std::string& file, int socket) {
+    return std::make_shared<TapRecorder>(file, socket, TellError);
 }
 
 } // namespace vrx::tool

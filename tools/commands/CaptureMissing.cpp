@@ -11,4 +11,8 @@ std::shared_ptr<void> StartRecording(const std::string&, bool, host::ServerSetti
     return nullptr;
 }
 
+std::shared_ptr<void> StartTapRecording(const std::string&, int) {
+    return nullptr;
+}
+
 } // namespace vrx::tool

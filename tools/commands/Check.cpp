@@ -90,7 +90,9 @@ int RunCheck(const CheckOptions& options) {
     const std::string missing = WhyNothingToCheck(target);
     if (!missing.empty()) throw Failure{plugin ? kFileFailed : kCannotConnect, missing};
     std::optional<RecordingProcess> recorder;
-    if (!options.record.empty())
+    if (!options.record.empty() && plugin)
+        target.recorderTap = recorder.emplace(options.record).Tap();
+    else if (!options.record.empty())
         target.recorderPort = recorder.emplace(options.record, target.host, target.port).Port();
 
     const bool colors = ColorsWanted(STDOUT_FILENO);
@@ -157,6 +159,7 @@ void AddCheck(CLI::App& app, int& exitCode) {
     plugin.Values().target.kind = CheckTarget::kPlugin;
     plugin.Add("FILE", plugin.Values().target.file, "", "The plug-in")->required();
     AddCommon(plugin);
+    AddRecordOption(plugin.Command(), plugin.Values().record);
 
     Subcommand<CheckOptions> server(*check, exitCode, "server", "Check an audio server", RunCheck,
                                     kCheckFooter);

@@ -15,4 +15,8 @@ void AddRecordOption(CLI::App& command, std::string& file);
 /// recorder. Null and nothing changed when `file` is "". Throws Failure when the file cannot be created.
 std::shared_ptr<void> StartRecording(const std::string& file, bool overwrite, host::ServerSettings& server);
 
+/// Records what the WireTaps at the other end of `socket` tell as long as the result lives, which owns the socket.
+/// Throws Failure when the file exists or cannot be created.
+std::shared_ptr<void> StartTapRecording(const std::string& file, int socket);
+
 } // namespace vrx::tool

@@ -2,7 +2,11 @@
 
 #include "tests/support/RawClient.h"
 
+#include <future>
 #include <gtest/gtest.h>
+#include <map>
+#include <sys/socket.h>
+#include <unistd.h>
 
 namespace {
 
@@ -146,6 +150,103 @@ TEST(StubServer, SaysWhetherMoreCameBeforeTheAnswer) {
     const auto request = server.Take();
     ASSERT_TRUE(request);
     EXPECT_EQ(request->bytes, "one\ntwo\n");
+}
+
+/// Hears, until it is read, what all servers of this process tell a recorder.
+class Listener {
+public:
+    Listener() {
+        EXPECT_EQ(::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, m_ends), 0);
+        StubServer::RecordTo(WireTap(m_ends[0]));
+    }
+    ~Listener() {
+        StubServer::RecordTo(WireTap(-1));
+        ::close(m_ends[0]);
+        ::close(m_ends[1]);
+    }
+
+    /// Events of each connection, in the order in which they were opened.
+    std::vector<std::string> Heard() {
+        ::shutdown(m_ends[1], SHUT_RD);
+        std::map<std::uint64_t, std::string> heard;
+        WireEvent event;
+        for (std::string bytes; WireTap::Hear(m_ends[1], event, bytes);) {
+            static constexpr const char* kKinds[] = {"opens ", "", "ends ", "resets "};
+            const std::string who = event.fromServer ? "server " : "client ";
+            heard[event.connection] += who + kKinds[event.kind] + (bytes.empty() ? "" : "'" + bytes + "' ");
+        }
+        std::vector<std::string> all;
+        for (const auto& [connection, events] : heard) all.push_back(events);
+        return all;
+    }
+
+private:
+    int m_ends[2] = {-1, -1};
+};
+
+struct RecordedCase {
+    const char* name;
+    Answer answer;
+    const char* heard;
+};
+
+TEST(StubServer, TellsARecorderWhatWasReceivedAndSentAndHowItEnded) {
+    const RecordedCase kCases[] = {
+        {"stays", Answer::Bytes("yes\n"),
+         "client opens client 'x\n' server 'yes\n' client ends server ends "},
+        {"pieces",
+         {.pieces = {"y", "es\n"}},
+         "client opens client 'x\n' server 'y' server 'es\n' client ends server ends "},
+        {"closes",
+         {.pieces = {"yes\n"}, .end = Answer::kClose},
+         "client opens client 'x\n' server 'yes\n' server ends "},
+        {"resets", Answer::Ending(Answer::kReset), "client opens client 'x\n' server resets "},
+        {"half-closes",
+         {.pieces = {"yes\n"}, .end = Answer::kHalfClose},
+         "client opens client 'x\n' server 'yes\n' server ends "},
+    };
+    for (const RecordedCase& row : kCases) {
+        SCOPED_TRACE(row.name);
+        Listener listener;
+        {
+            StubServer server;
+            server.Then(row.answer);
+            {
+                const RawClient client = Connect(server);
+                client.Send("x\n");
+                EXPECT_EQ(client.ReceiveLine(), row.answer.pieces.empty() ? "" : "yes");
+                EXPECT_TRUE(row.answer.end == Answer::kStay || server.WaitForOpen(0));
+            }
+            EXPECT_TRUE(server.WaitForOpen(0));
+        }
+        const auto heard = listener.Heard();
+        ASSERT_EQ(heard.size(), 1U);
+        EXPECT_TRUE(heard[0].starts_with(row.heard)) << heard[0];
+    }
+}
+
+TEST(StubServer, TellsARecorderThatUnreadBytesMakeACloseAReset) {
+    Listener listener;
+    std::promise<void> asked;
+    std::promise<void> allSent;
+    {
+        StubServer server;
+        server.Always([&](const StubServer::Request&) {
+            asked.set_value();
+            allSent.get_future().wait();
+            return Answer::Ending(Answer::kClose);
+        });
+        const RawClient client = Connect(server);
+        client.Send("x\n");
+        asked.get_future().wait();
+        client.Send("unread\n");
+        allSent.set_value();
+        EXPECT_EQ(client.ReceiveRest(), "<reset>");
+        EXPECT_TRUE(server.WaitForOpen(0));
+    }
+    const auto heard = listener.Heard();
+    ASSERT_EQ(heard.size(), 1U);
+    EXPECT_TRUE(heard[0].ends_with("server resets ")) << heard[0];
 }
 
 } // namespace

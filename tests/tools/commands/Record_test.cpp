@@ -397,6 +397,28 @@ TEST_F(Record, AChecksOwnRunLeavesARecording) {
     EXPECT_NE(again.err.find("run.pcap"), std::string::npos) << again.err;
 }
 
+TEST_F(Record, ACheckOfAPluginLeavesARecording) {
+    const std::vector<std::string> command = {
+        "check",  "plugin",   VRX_PLUGIN,      "--only", "^(text-replies|peer-closed|dead-connection)$",
+        "--json", "--record", Path("run.pcap")};
+    const auto end = Vrx(command);
+    EXPECT_EQ(end.exitCode, 0) << end.err;
+    EXPECT_EQ(end.err, "");
+    EXPECT_NE(end.out.find("\"passed\":3,"), std::string::npos) << end.out;
+    EXPECT_GT(WholeExchanges(Path("run.pcap")), 10U);
+    std::map<std::pair<std::string, ServerEnd>, int> asked;
+    for (const Exchange& each : Exchanges(Path("run.pcap")))
+        ++asked[{each.request.substr(0, each.request.find(',')), each.end}];
+    EXPECT_GT((asked[{"connect", ServerEnd::kStays}]), 2) << "each of the checks connects";
+    EXPECT_EQ(Tshark(Path("run.pcap"), {"-Y", "tcp.analysis.flags || _ws.malformed"}), "");
+
+    const auto again = Vrx(command);
+    EXPECT_EQ(again.exitCode, 2);
+    EXPECT_EQ(again.out, "");
+    EXPECT_TRUE(IsOneLine(again.err)) << again.err;
+    EXPECT_NE(again.err.find("run.pcap"), std::string::npos) << again.err;
+}
+
 TEST_F(Record, ADoctorsOwnRunLeavesARecording) {
     const ServeProcess server;
     const auto end = Vrx({"doctor", "127.0.0.1", server.Port(), "--record", Path("run.pcap")});
