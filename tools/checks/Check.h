@@ -98,7 +98,7 @@ struct Check {
     int level;
     const char* proves; ///< one sentence
     const char* needs;  ///< the check that must not have failed before, or ""
-    int seconds;        ///< its time-out
+    int seconds;        ///< its time-out, in which waiting for a busy processor does not count
     void (*run)(Trial&);
 };
 

@@ -310,9 +310,16 @@ struct Waiting {
     std::string line;
 };
 
+/// How long this machine takes for ten seconds that are counted in a hundred sleeps, as talkers may count them.
+double TenSecondsHere() {
+    const auto began = Clock::now();
+    for (int i = 0; i < 100; ++i) std::this_thread::sleep_for(milliseconds(100));
+    return std::chrono::duration<double>(Clock::now() - began).count();
+}
+
 void TenSeconds(Trial& trial) {
     constexpr double kLeast = 9;
-    constexpr double kMost = 12;
+    constexpr double kRoom = 2;
     static GuardedWords out(4);
     static PinSix pins = {91, 92, 93, 94, 95, 96};
     PluginBench bench(trial);
@@ -344,6 +351,7 @@ void TenSeconds(Trial& trial) {
             const int result = kCalls[i].run(talkers[i].Bare());
             return Ended{result, std::chrono::duration<double>(Clock::now() - began).count()};
         }));
+    const double most = TenSecondsHere() + kRoom;
     std::vector<Ended> ended;
     ended.reserve(ends.size());
     for (auto& end : ends) ended.push_back(end.get());
@@ -352,7 +360,7 @@ void TenSeconds(Trial& trial) {
         const Waiting& call = kCalls[i];
         const std::string when = std::string("without an answer, ") + call.call;
         ExpectSame(when + " returns", call.expected, ended[i].result, kByCode);
-        Expect(ended[i].seconds > kLeast && ended[i].seconds < kMost,
+        Expect(ended[i].seconds > kLeast && ended[i].seconds < most,
                when + " gives up after ten seconds (9 to 12 count)",
                "it gave up after " + Shown(static_cast<float>(ended[i].seconds)) + " s",
                "hosts wait longer than promised, or lose slow servers");

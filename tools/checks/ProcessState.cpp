@@ -1,6 +1,7 @@
 #include "tools/checks/ProcessState.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <cstdio>
 #include <dirent.h>
 #include <dlfcn.h>
@@ -55,6 +56,19 @@ std::size_t ResidentBytes() {
     std::size_t resident = 0;
     file >> total >> resident;
     return resident * static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
+}
+
+std::chrono::nanoseconds WaitedForProcessor(pid_t process) {
+    std::error_code failed; // the process, or a thread, may end meanwhile
+    std::chrono::nanoseconds waited{0};
+    std::filesystem::directory_iterator thread("/proc/" + std::to_string(process) + "/task", failed);
+    for (; !failed && thread != std::filesystem::directory_iterator(); thread.increment(failed)) {
+        std::ifstream file(thread->path() / "schedstat");
+        std::int64_t ran = 0;
+        std::int64_t ready = 0;
+        if (file >> ran >> ready) waited += std::chrono::nanoseconds(ready);
+    }
+    return waited;
 }
 
 bool MemoryIsMeasurable() {

@@ -3,7 +3,9 @@
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
+#include <ctime>
 #include <gtest/gtest.h>
+#include <sched.h>
 #include <stdexcept>
 #include <thread>
 #include <unistd.h>
@@ -106,6 +108,35 @@ TEST(RunChecks, EndsWhatHangsWithItsWholeGroup) {
     char byte;
     EXPECT_EQ(::read(ends[0], &byte, 1), 0) << "somebody still holds the other end";
     ::close(ends[0]);
+}
+
+/// Runs for so long on the first processor that this process may use.
+void SpinOnFirstProcessor(std::chrono::milliseconds processorTime) {
+    cpu_set_t all;
+    ASSERT_EQ(::sched_getaffinity(0, sizeof all, &all), 0);
+    int first = 0;
+    while (!CPU_ISSET(first, &all)) ++first;
+    cpu_set_t one;
+    CPU_ZERO(&one);
+    CPU_SET(first, &one);
+    ASSERT_EQ(::sched_setaffinity(0, sizeof one, &one), 0);
+    timespec used{};
+    do ::clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &used);
+    while (std::chrono::seconds(used.tv_sec) + std::chrono::nanoseconds(used.tv_nsec) < processorTime);
+}
+
+TEST(RunChecks, WaitsLongerForWhatWaitsForAProcessor) {
+    const CheckResult result = RunOne(
+        [](Trial&) {
+            for (int i = 0; i < 2; ++i) {
+                if (::fork() != 0) continue;
+                SpinOnFirstProcessor(std::chrono::seconds(60)); // ended with the check
+                ::_exit(0);
+            }
+            SpinOnFirstProcessor(std::chrono::milliseconds(400));
+        },
+        1);
+    EXPECT_EQ(StateName(result.state), std::string("passed")) << "after " << result.seconds << " s";
 }
 
 TEST(RunChecks, KeepsTheOrderAndSkipsWhatNeedsAFailedCheck) {
