@@ -174,6 +174,7 @@ double CountedBy(const Counter& counter, Trial& trial, int port, std::uint32_t b
     const std::string arguments[] = {"valgrind",
                                      std::string("--tool=") + counter.tool,
                                      counter.option,
+                                     "--vgdb=no", // it would leave pipes behind where it is killed
                                      "--log-file=" + log.Path(),
                                      std::filesystem::read_symlink("/proc/self/exe"),
                                      "pump",
