@@ -31,7 +31,7 @@ start() {
 await() {
     local look
     for ((look = 0; look < 400; look++)); do
-        grep -q "$2" "$work/$1" && return
+        grep -qs "$2" "$work/$1" && return
         sleep 0.05
     done
     echo "\"$2\" does not come:" && cat "$work/$1" && exit 1
@@ -44,9 +44,8 @@ await serve listening
 start live pw-jack "$vrx" live --servport "$(sed -n 's/.*listening on .*:\([0-9]*\)$/\1/p' "$work/serve")" --latency 4096
 live=${started[-1]}
 await live 'ready: 2 channels at 48000 Hz, period 256, block 256, latency 4096 frames'
-# The way back adds a period. On a busy machine PipeWire leaves a client out of a cycle now and then, which moves all that
-# follows in this circle: another try then.
-right='^delay 4352 frames: wet ([5-9][0-9]|100) %'
+# On a busy machine PipeWire leaves a client out of a cycle now and then: another try then.
+right='^delay 4096 frames: wet ([5-9][0-9]|100) %'
 for ((try = 0; try < 60; try++)); do
     pw-jack "$noise" vrx:in_1 vrx:out_1 4096 1 0 | tee "$work/heard"
     grep -qE "$right" "$work/heard" && break

@@ -32,7 +32,6 @@ constexpr char kFaultRate[] = "0.0005"; // one in ten seconds
 constexpr std::size_t kRate = 48000;
 constexpr std::size_t kPeriod = 256;
 constexpr std::size_t kLatency = 1024;
-constexpr std::size_t kDelay = kLatency + kPeriod; // the way back adds a period
 constexpr std::size_t kFade = kRate / 1000;
 constexpr double kRoundSeconds = 60;
 
@@ -75,13 +74,13 @@ public:
         }
     }
     void AddTo(Totals& totals) const {
-        const JackRecorder::Counts heard = m_recorder.Count(m_joined, m_recorder.Frames(), kDelay);
+        const JackRecorder::Counts heard = m_recorder.Count(m_joined, m_recorder.Frames(), kLatency);
         totals.wet += heard.wet;
         totals.dry += heard.dry;
         totals.longestFade =
-            std::max(totals.longestFade, m_recorder.LongestFade(m_joined, m_recorder.Frames(), kDelay));
+            std::max(totals.longestFade, m_recorder.LongestFade(m_joined, m_recorder.Frames(), kLatency));
         for (const std::size_t up : m_back) {
-            const std::size_t wet = m_recorder.FirstWet(up, kDelay);
+            const std::size_t wet = m_recorder.FirstWet(up, kLatency);
             if (wet < m_recorder.Frames()) totals.soundBack.push_back(static_cast<double>(wet - up) / kRate);
         }
     }
@@ -94,12 +93,12 @@ private:
         std::this_thread::sleep_for(milliseconds(m_random() % 3000));
         m_server = StartServer(port, static_cast<unsigned>(m_random()));
         m_back.push_back(
-            std::max(m_recorder.Frames(), killed + kDelay)); // some replies are still on their way out
+            std::max(m_recorder.Frames(), killed + kLatency)); // some replies are still on their way out
     }
 
     JackRecorder m_recorder{"vrx"};
     const std::size_t m_joined =
-        m_recorder.Frames() + kDelay + 2 * kPeriod; // connections take effect with a period
+        m_recorder.Frames() + kLatency + 2 * kPeriod; // connections take effect with a period
     std::unique_ptr<ServeProcess>& m_server;
     std::mt19937& m_random;
     std::vector<std::size_t> m_back;

@@ -1,57 +1,42 @@
 #pragma once
 
+#include "tests/support/Await.h"
+
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
-#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <jack/jack.h>
 #include <string>
-#include <thread>
 #include <utility>
 #include <vector>
 
-/// Waits until `condition` holds; false after a long time.
-template <class Condition>
-bool Await(const Condition& condition) {
-    using Clock = std::chrono::steady_clock;
-    for (const auto until = Clock::now() + std::chrono::seconds(30); Clock::now() < until;) {
-        if (condition()) return true;
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-    return condition();
-}
-
-/// Plays noise into a client's port, in_1 unless another is named, and records what comes out of out_1, frame by frame. The
-/// way back closes a circle, which adds a period to what it hears.
+/// Plays noise into a client's port, in_1 unless another is named, and records what comes out of out_1, frame by frame. What
+/// plays and what records are two clients: a single one before and behind the other would close a circle, which some audio
+/// servers break by a period and others cannot run at all. Both go by the server's clock, so a frame that is heard `delay`
+/// frames after it was played has been delayed by exactly that.
 class JackRecorder {
 public:
     explicit JackRecorder(const std::string& name) : JackRecorder(name + ":in_1", name + ":out_1") {}
-    JackRecorder(const std::string& intoPort, const std::string& outOfPort) : m_noise(kMost), m_heard(kMost) {
-        std::uint32_t state = 1;
-        for (float& sample : m_noise) {
-            state = state * 1664525 + 1013904223;
-            sample = static_cast<float>(static_cast<std::int32_t>(state) / 2147483648.0);
-        }
-        m_client = jack_client_open("recorder", JackNoStartServer, nullptr);
-        if (m_client == nullptr) return;
-        m_out = jack_port_register(m_client, "out", JACK_DEFAULT_AUDIO_TYPE, JackPortIsOutput, 0);
-        m_in = jack_port_register(m_client, "in", JACK_DEFAULT_AUDIO_TYPE, JackPortIsInput, 0);
-        jack_set_process_callback(m_client, Process, this);
-        jack_activate(m_client);
-        const auto join = [&](const std::string& from, const std::string& to) {
-            return Await([&] { // a client's ports are there a little before it plays
-                const int result = jack_connect(m_client, from.c_str(), to.c_str());
-                return result == 0 || result == EEXIST;
-            });
-        };
-        m_up = join("recorder:out", intoPort) && join(outOfPort, "recorder:in");
+    JackRecorder(const std::string& intoPort, const std::string& outOfPort) : m_heard(kMost) {
+        m_recorder = jack_client_open("recorder", JackNoStartServer, nullptr);
+        m_player = jack_client_open("player", JackNoStartServer, nullptr);
+        if (m_recorder == nullptr || m_player == nullptr) return;
+        m_in = jack_port_register(m_recorder, "in", JACK_DEFAULT_AUDIO_TYPE, JackPortIsInput, 0);
+        m_out = jack_port_register(m_player, "out", JACK_DEFAULT_AUDIO_TYPE, JackPortIsOutput, 0);
+        jack_set_process_callback(m_recorder, Record, this);
+        jack_set_process_callback(m_player, Play, this);
+        jack_activate(m_recorder);
+        jack_activate(m_player);
+        m_up = Join(jack_port_name(m_out), intoPort) && Join(outOfPort, jack_port_name(m_in));
     }
     ~JackRecorder() {
-        if (m_client == nullptr) return;
-        jack_deactivate(m_client);
-        jack_client_close(m_client);
+        for (jack_client_t* const client : {m_player, m_recorder}) {
+            if (client == nullptr) continue;
+            jack_deactivate(client);
+            jack_client_close(client);
+        }
     }
 
     /// Whether the client was there, and joined.
@@ -61,18 +46,18 @@ public:
         const std::size_t goal = std::min(kMost, m_frames + frames);
         return Await([&] { return m_frames >= goal; });
     }
-    void Freewheel(bool on) { jack_set_freewheel(m_client, on ? 1 : 0); }
+    void Freewheel(bool on) { jack_set_freewheel(m_recorder, on ? 1 : 0); }
+    /// So many are heard, since the recorder began.
     std::size_t Frames() const { return m_frames; }
-    std::size_t Period() const { return jack_get_buffer_size(m_client); }
-    std::size_t SampleRate() const { return jack_get_sample_rate(m_client); }
+    std::size_t Period() const { return jack_get_buffer_size(m_recorder); }
+    std::size_t SampleRate() const { return jack_get_sample_rate(m_recorder); }
 
     enum class Frame { kSilence, kWet, kDry, kOther };
     /// What is heard at a frame with this delay; the server inverts.
     Frame At(std::size_t frame, std::size_t delay) const {
         const float heard = m_heard[frame];
         if (heard == 0) return Frame::kSilence;
-        if (frame < delay) return Frame::kOther;
-        const float played = m_noise[frame - delay];
+        const float played = Noise(m_start + static_cast<jack_nframes_t>(frame - delay));
         return heard == -played ? Frame::kWet : heard == played ? Frame::kDry : Frame::kOther;
     }
     struct Counts {
@@ -121,36 +106,58 @@ public:
     std::pair<jack_nframes_t, jack_nframes_t> Latencies(const std::string& name) const {
         jack_latency_range_t capture = {};
         jack_latency_range_t playback = {};
-        jack_port_get_latency_range(jack_port_by_name(m_client, (name + ":out_2").c_str()),
+        jack_port_get_latency_range(jack_port_by_name(m_recorder, (name + ":out_2").c_str()),
                                     JackCaptureLatency, &capture);
-        jack_port_get_latency_range(jack_port_by_name(m_client, (name + ":in_2").c_str()),
+        jack_port_get_latency_range(jack_port_by_name(m_recorder, (name + ":in_2").c_str()),
                                     JackPlaybackLatency, &playback);
         return {jack_nframes_t{capture.max}, jack_nframes_t{playback.max}};
     }
     bool HasPort(const std::string& port) const {
-        return jack_port_by_name(m_client, port.c_str()) != nullptr;
+        return jack_port_by_name(m_recorder, port.c_str()) != nullptr;
     }
 
 private:
     static constexpr std::size_t kMost = 48000 * 120;
 
-    static int Process(jack_nframes_t frames, void* self) {
-        auto& recorder = *static_cast<JackRecorder*>(self);
+    /// White noise, of a frame of the server's clock.
+    static float Noise(jack_nframes_t time) {
+        std::uint32_t bits = time;
+        bits = (bits ^ bits >> 16U) * 0x7feb352dU;
+        bits = (bits ^ bits >> 15U) * 0x846ca68bU;
+        return static_cast<float>(static_cast<std::int32_t>(bits ^ bits >> 16U)) / 2147483648.0F;
+    }
+    /// A client's ports are there a little before it plays.
+    bool Join(const std::string& from, const std::string& to) {
+        return Await([&] {
+            const int result = jack_connect(m_recorder, from.c_str(), to.c_str());
+            return result == 0 || result == EEXIST;
+        });
+    }
+    static int Play(jack_nframes_t frames, void* self) {
+        const auto& recorder = *static_cast<JackRecorder*>(self);
         auto* const out = static_cast<float*>(jack_port_get_buffer(recorder.m_out, frames));
+        const jack_nframes_t now = jack_last_frame_time(recorder.m_player);
+        for (jack_nframes_t i = 0; i < frames; ++i) out[i] = Noise(now + i);
+        return 0;
+    }
+    static int Record(jack_nframes_t frames, void* self) {
+        auto& recorder = *static_cast<JackRecorder*>(self);
         const auto* const in = static_cast<const float*>(jack_port_get_buffer(recorder.m_in, frames));
-        const std::size_t at = recorder.m_frames;
+        const jack_nframes_t now = jack_last_frame_time(recorder.m_recorder);
+        if (recorder.m_frames == 0) recorder.m_start = now;
+        const std::size_t at = now - recorder.m_start;
         if (at + frames > kMost) return 0;
-        std::copy_n(recorder.m_noise.begin() + static_cast<std::ptrdiff_t>(at), frames, out);
         std::copy_n(in, frames, recorder.m_heard.begin() + static_cast<std::ptrdiff_t>(at));
         recorder.m_frames = at + frames;
         return 0;
     }
 
-    std::vector<float> m_noise;
     std::vector<float> m_heard;
+    jack_nframes_t m_start = 0; ///< the clock at the first of them
     std::atomic<std::size_t> m_frames{0};
     bool m_up = false;
-    jack_client_t* m_client = nullptr;
-    jack_port_t* m_out = nullptr;
+    jack_client_t* m_recorder = nullptr;
+    jack_client_t* m_player = nullptr;
     jack_port_t* m_in = nullptr;
+    jack_port_t* m_out = nullptr;
 };
