@@ -3,6 +3,8 @@
 #include "lv2/settings/BundleSettings.h"
 #include "tests/lv2/InvertingServer.h"
 #include "tests/lv2/StrictHost.h"
+#include "tests/support/Await.h"
+#include "tests/support/Entries.h"
 #include "tests/support/FolderTest.h"
 #include "tests/support/ScriptedServer.h"
 #include "tests/tools/VrxRun.h"
@@ -73,11 +75,6 @@ Audio Delayed(const Audio& in, std::size_t latency, float gain) {
     return out;
 }
 
-std::size_t Threads() {
-    return static_cast<std::size_t>(
-        std::distance(fs::directory_iterator("/proc/self/task"), fs::directory_iterator()));
-}
-
 TEST_F(LibraryTest, DescribesTheBundlesPlugin) {
     lv2::BundleSettings settings = Settings(1);
     const Library studio(Bundle(settings));
@@ -113,9 +110,9 @@ TEST_F(LibraryTest, HasNoInstanceWithoutItsTalker) {
 TEST_F(LibraryTest, DoesNotTouchTheNetworkBeforeActivation) {
     const ScriptedServer server({[](Peer&) { ADD_FAILURE() << "somebody connected"; }});
     const Library library(Bundle(Settings(server.Port())));
-    const std::size_t before = Threads();
+    const std::size_t before = Entries("/proc/self/task");
     const Instance instance(library, 2, {.activate = false});
-    EXPECT_EQ(Threads(), before) << "nothing can connect later, either";
+    EXPECT_EQ(Entries("/proc/self/task"), before) << "nothing can connect later, either";
 }
 
 TEST_F(LibraryTest, GivesTheServersSoundAfterTheReportedLatency) {
@@ -354,14 +351,15 @@ TEST_F(KilledServer, IsHeardAgainWhenItIsBack) {
 
 TEST_F(LibraryTest, StopsWhileTheServerIsStuck) {
     std::promise<void> asked;
-    const ScriptedServer server({[&asked](Peer& peer) {
+    auto server = std::make_unique<ScriptedServer>(std::vector<ScriptedServer::Script>{[&asked](Peer& peer) {
         peer.ReadLine();
         peer.Send("hello\n");
         (void)peer.Read(20); // the beginning of a request
         asked.set_value();
         peer.WaitForClose();
     }});
-    const Library library(Bundle(Settings(server.Port())));
+    const std::size_t withServer = Entries("/proc/self/task");
+    const Library library(Bundle(Settings(server->Port())));
     Features features;
     features.WithMap().WithLog();
     auto instance = std::make_unique<Instance>(library, 2, Habits{.freeWheeling = 0.0F}, &features);
@@ -372,6 +370,10 @@ TEST_F(LibraryTest, StopsWhileTheServerIsStuck) {
     const std::chrono::duration<double> took = std::chrono::steady_clock::now() - start;
     EXPECT_LT(took.count(), 5) << "the talker itself waits for ten seconds";
     EXPECT_TRUE(features.Logged().empty());
+
+    server.reset();
+    EXPECT_TRUE(Await([&] { return Entries("/proc/self/task") < withServer; }))
+        << "the thread that was let go ends";
 }
 
 /// Any schedule of calls gives the same sound.
