@@ -15,7 +15,7 @@
 #include <chrono>
 #include <cstdint>
 #include <optional>
-#include <vector>
+#include <set>
 
 using asio::ip::tcp;
 
@@ -50,13 +50,32 @@ std::string Waited() {
 
 } // namespace
 
-template <class Look>
-bool Checkup::Step(const char* name, const Look& look) {
+/// A step is done when the one that it needs did not fail.
+struct Checkup::Step {
+    const char* name;
+    const char* needs; ///< "": none
+    ExitCode failed;
+    Finding (Checkup::*look)();
+};
+
+constexpr Checkup::Step Checkup::kSteps[] = {
+    {"look-up", "", kCannotConnect, &Checkup::LookUpServer},
+    {"reach", "look-up", kCannotConnect, &Checkup::Reach},
+    {"connect", "reach", kCannotConnect, &Checkup::Connect},
+    {"command", "connect", kCannotConnect, &Checkup::Command},
+    {"pins", "command", kRunFailed, &Checkup::Pins},
+    {"silence", "command", kRunFailed, &Checkup::Silence},
+    {"latency", "silence", kRunFailed, &Checkup::Latency},
+    {"whole", "silence", kRunFailed, &Checkup::Whole},
+    {"pieces", "command", kRunFailed, &Checkup::Pieces},
+};
+
+Finding Checkup::Try(const Step& step) {
     const auto start = Clock::now();
-    const Finding finding = look();
-    Report(name, finding, std::chrono::duration<double, std::milli>(Clock::now() - start).count());
-    m_failed = m_failed || finding.state == Finding::kFailed;
-    return finding.state != Finding::kFailed;
+    Finding finding = (this->*step.look)();
+    if (finding.state != Finding::kNothing)
+        Report(step.name, finding, std::chrono::duration<double, std::milli>(Clock::now() - start).count());
+    return finding;
 }
 
 void Checkup::Report(const char* name, const Finding& finding, double milliseconds) {
@@ -84,30 +103,25 @@ void Checkup::Report(const char* name, const Finding& finding, double millisecon
 }
 
 int Checkup::Run() {
-    const bool connected =
-        Step("look-up", [&] { return LookUp(); }) && Step("reach", [&] { return Reach(); }) &&
-        Step("connect", [&] { return Connect(); }) && Step("command", [&] { return Command(); });
-    if (connected) {
-        Step("pins", [&] { return Pins(); });
-        m_channels = m_options.channels > 0 ? m_options.channels : m_pins.in[1] > 0 ? m_pins.in[1] : 2;
-        m_block = m_options.block > 0 ? m_options.block : host::PreferredBlock(m_pins, m_server, m_channels);
-        if (Step("silence", [&] { return Silence(); })) {
-            Step("latency", [&] { return Latency(); });
-            Step("whole", [&] { return Whole(); });
-        }
-        if (Words() <= host::kMostWords) Step("pieces", [&] { return Pieces(); });
+    ExitCode exitCode = kDone;
+    std::set<std::string_view> passed = {""};
+    for (const Step& step : kSteps) {
+        if (!passed.contains(step.needs)) continue;
+        if (Try(step).state != Finding::kFailed)
+            passed.insert(step.name);
+        else if (exitCode == kDone)
+            exitCode = step.failed;
     }
     if (m_options.json)
         m_print(JsonLine({{"server", m_server.host},
                           {"port", m_server.port},
                           {"plugin", m_pluginFile},
-                          {"ok", !m_failed},
+                          {"ok", exitCode == kDone},
                           {"steps", m_steps}}));
-    if (!connected) return kCannotConnect;
-    return m_failed ? kRunFailed : kDone;
+    return exitCode;
 }
 
-Finding Checkup::LookUp() {
+Finding Checkup::LookUpServer() {
     const auto port = static_cast<std::uint16_t>(m_server.port);
     if (std::isdigit(static_cast<unsigned char>(m_server.host[0])) != 0) {
         const std::optional<asio::ip::address_v4> address = DottedAddress(m_server.host);
@@ -119,16 +133,13 @@ Finding Checkup::LookUp() {
                      "what begins with a digit is taken for an address",
                      "four numbers with dots between them, or a name that begins with a letter");
     }
-    asio::io_context io;
     asio::error_code error;
-    tcp::resolver resolver(io);
-    const auto found = resolver.resolve(tcp::v4(), m_server.host, std::to_string(port), error);
-    if (error || found.empty())
+    m_endpoint = LookUp(m_server.host, port, error);
+    if (error)
         return Fault(
             "'" + m_server.host + "' is not known: " + error.message(),
             "no IPv4 address belongs to this name, so there is nothing to connect to",
             "the name's spelling, the network's name service, or the server's address instead of its name");
-    m_endpoint = found.begin()->endpoint();
     return Fine(m_server.host + " is " + m_endpoint.address().to_string());
 }
 
@@ -150,7 +161,7 @@ Finding Checkup::Reach() {
                  "the network cable, the interface, and its routes");
 }
 
-Finding Checkup::Connect() const {
+Finding Checkup::Connect() {
     const std::string place = m_endpoint.address().to_string() + ":" + std::to_string(m_server.port);
     if (!m_connectError) return Fine(place + " is open");
     return Fault(place + " is closed", "the machine is there, but no program listens at this port",
@@ -164,11 +175,21 @@ Finding Checkup::Command() {
                      "something listens there, but it does not answer as this kind of server does",
                      "which program listens at port " + std::to_string(m_server.port) +
                          ", and whether the server is stuck or has too many clients");
-    return Fine("the server answered \"connect," + m_server.host + "," + std::to_string(m_server.clientPort) +
-                "\"");
+    return Fine("the server answered \"" + ConnectText() + "\"");
 }
 
 Finding Checkup::Pins() {
+    Finding finding = AskPins();
+    ChooseBlock();
+    return finding;
+}
+
+void Checkup::ChooseBlock() {
+    m_channels = m_options.channels > 0 ? m_options.channels : m_pins.in[1] > 0 ? m_pins.in[1] : 2;
+    m_block = m_options.block > 0 ? m_options.block : host::PreferredBlock(m_pins, m_server, m_channels);
+}
+
+Finding Checkup::AskPins() {
     const int result = m_session.PinProps(m_pins);
     if (result >= 0)
         return Fine(m_server.input + ": " + host::PinText(m_pins.in) + ", " + m_server.output + ": " +
@@ -252,45 +273,31 @@ tcp::endpoint Checkup::RawEndpoint() const {
     return {asio::ip::address_v4::loopback(), static_cast<std::uint16_t>(m_server.detourPort)};
 }
 
-asio::error_code Checkup::OpenRaw(RawConnection& connection) const {
-    asio::error_code error = connection.Connect(RawEndpoint());
-    if (!error)
-        error =
-            connection.Send("connect," + m_server.host + "," + std::to_string(m_server.clientPort) + "\n");
-    std::string answer;
-    while (!error && answer.find('\n') == std::string::npos) error = connection.Receive(answer);
-    return error;
+std::string Checkup::ConnectText() const {
+    return "connect," + m_server.host + "," + std::to_string(m_server.clientPort);
 }
 
 /// What the server says to a block in text; "" when it says nothing or replies with a packet.
 std::string Checkup::RawAnswer() {
     RawConnection connection(kPatience);
-    if (OpenRaw(connection) || connection.Send(SilentRequest(Names(), Words()))) return "";
+    if (connection.Open(RawEndpoint(), ConnectText() + "\n") ||
+        connection.Send(SilentRequest(Names(), Words())))
+        return "";
     const RawReply reply = ReadReply(connection);
     if (reply.isPacket || reply.error) return "";
     return Printable(std::string_view(reply.bytes).substr(0, reply.bytes.find('\n')));
 }
 
 Finding Checkup::Pieces() {
+    if (Words() > host::kMostWords) return {Finding::kNothing, "", "", ""};
     m_session.Disconnect();
     RawConnection connection(kPatience);
-    asio::error_code error = OpenRaw(connection);
-    const std::string request = SilentRequest(Names(), Words());
-    int whole = 0;
-    RawReply broken;
-    RawReply last;
-    for (int i = 0; i < kReplies && !error && broken.pieces == 0; ++i) {
-        error = connection.Send(request);
-        if (error) break;
-        last = ReadReply(connection);
-        error = last.error;
-        if (!last.isPacket) break;
-        if (last.pieces == 1)
-            ++whole;
-        else
-            broken = last;
-    }
-    if (broken.pieces > 0) return InPieces(broken);
+    asio::error_code error = connection.Open(RawEndpoint(), ConnectText() + "\n");
+    WholeReplies replies;
+    if (!error) replies = CountWholeReplies(connection, SilentRequest(Names(), Words()), kReplies);
+    const RawReply& last = replies.last;
+    if (last.isPacket && last.pieces > 1) return InPieces(last);
+    if (!error) error = last.error;
     if (error)
         return Fault(error == asio::error::timed_out
                          ? Waited() + " for " + m_server.Place() + " to reply to the block"
@@ -299,7 +306,7 @@ Finding Checkup::Pieces() {
     if (!last.isPacket)
         return Fault("the server answers blocks with text",
                      "there are no replies whose pieces could be counted", "what the step before says");
-    return Fine(std::to_string(whole) + " of " + std::to_string(kReplies) + " replies of " +
+    return Fine(std::to_string(replies.whole) + " of " + std::to_string(kReplies) + " replies of " +
                 std::to_string(last.bytes.size()) + " bytes came in one piece");
 }
 

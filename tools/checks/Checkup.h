@@ -28,7 +28,12 @@ struct CheckupOptions {
 
 /// What a step found out.
 struct Finding {
-    enum State { kOk, kNote, kFailed };
+    enum State {
+        kOk,
+        kNote,
+        kFailed,
+        kNothing, ///< there is nothing to look at; nobody is told
+    };
     State state = kOk;
     std::string detail;
     std::string meaning; ///< "" when it is ok
@@ -53,16 +58,18 @@ public:
 private:
     using Clock = std::chrono::steady_clock;
 
-    /// Runs a step, notes what it found, and returns whether it did not fail.
-    template <class Look>
-    bool Step(const char* name, const Look& look);
+    struct Step;
+    static const Step kSteps[];
+
+    Finding Try(const Step& step);
     void Report(const char* name, const Finding& finding, double milliseconds);
 
-    Finding LookUp();
+    Finding LookUpServer();
     Finding Reach();
-    Finding Connect() const;
+    Finding Connect();
     Finding Command();
     Finding Pins();
+    Finding AskPins();
     Finding Silence();
     Finding Latency();
     Finding Whole();
@@ -73,7 +80,8 @@ private:
     Finding RefusedBlock(int result);
     std::string RawAnswer();
     asio::ip::tcp::endpoint RawEndpoint() const;
-    asio::error_code OpenRaw(RawConnection& connection) const;
+    std::string ConnectText() const;
+    void ChooseBlock();
     std::string BlockText() const;
     ObjectNames Names() const { return {m_server.layout, m_server.input, m_server.output}; }
     std::size_t Words() const { return m_block * m_channels; }
@@ -84,7 +92,6 @@ private:
     std::string m_pluginFile;
     Print m_print;
     nlohmann::json m_steps = nlohmann::json::array();
-    bool m_failed = false;
     asio::ip::tcp::endpoint m_endpoint;
     asio::error_code m_connectError;
     host::PinValues m_pins;

@@ -18,6 +18,15 @@ bool IsWhole(const RawReply& reply) {
 
 } // namespace
 
+asio::ip::tcp::endpoint LookUp(const std::string& host, int port, asio::error_code& error) {
+    using asio::ip::tcp;
+    asio::io_context io;
+    tcp::resolver resolver(io);
+    const auto found = resolver.resolve(tcp::v4(), host, std::to_string(port), error);
+    if (!error && found.empty()) error = asio::error::host_not_found;
+    return error ? tcp::endpoint() : found.begin()->endpoint();
+}
+
 /// `start` begins one asynchronous operation, which ends by calling what it is given.
 template <class Start>
 asio::error_code RawConnection::Limited(const Start& start) {
@@ -34,6 +43,14 @@ asio::error_code RawConnection::Limited(const Start& start) {
 
 asio::error_code RawConnection::Connect(const asio::ip::tcp::endpoint& to) {
     return Limited([&](auto done) { m_socket.async_connect(to, done); });
+}
+
+asio::error_code RawConnection::Open(const asio::ip::tcp::endpoint& to, std::string_view connectText) {
+    asio::error_code error = Connect(to);
+    if (!error) error = Send(connectText);
+    std::string answer;
+    while (!error && answer.find('\n') == std::string::npos) error = Receive(answer);
+    return error;
 }
 
 asio::error_code RawConnection::Send(std::string_view bytes) {
@@ -62,6 +79,19 @@ RawReply ReadReply(RawConnection& connection) {
         reply.isPacket = reply.bytes.starts_with(host::kPacketTagBytes);
     }
     return reply;
+}
+
+WholeReplies CountWholeReplies(RawConnection& connection, std::string_view request, int times,
+                               const std::function<bool()>& goOn) {
+    WholeReplies replies;
+    while (replies.whole < times && goOn()) {
+        RawReply& reply = replies.last = {};
+        reply.error = connection.Send(request);
+        if (!reply.error) reply = ReadReply(connection);
+        if (reply.error || !reply.isPacket || reply.pieces > 1) break;
+        ++replies.whole;
+    }
+    return replies;
 }
 
 } // namespace vrx::tool

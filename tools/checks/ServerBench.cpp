@@ -22,15 +22,12 @@ using Clock = std::chrono::steady_clock;
 } // namespace
 
 asio::ip::tcp::endpoint ServerEndpoint(const CheckTarget& target) {
-    asio::io_context io;
-    tcp::resolver resolver(io);
     asio::error_code error;
-    const auto found =
-        resolver.resolve(tcp::v4(), target.ConnectHost(), std::to_string(target.ConnectPort()), error);
-    Expect(!error && !found.empty(), "the server's name is known",
+    const asio::ip::tcp::endpoint found = LookUp(target.ConnectHost(), target.ConnectPort(), error);
+    Expect(!error, "the server's name is known",
            "'" + target.host + "' is not known: " + error.message() + "; is it spelt right?",
            "talkers cannot find the server");
-    return found.begin()->endpoint();
+    return found;
 }
 
 std::string ServerConnectText(const CheckTarget& target) {

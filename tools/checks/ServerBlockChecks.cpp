@@ -98,32 +98,41 @@ std::size_t SmallBlock(Trial& trial) {
     return *words;
 }
 
-void OnePiece(Trial& trial) {
-    constexpr int kBlocks = 100;
-    const std::size_t words = SmallBlock(trial);
-    ServerClient client(trial);
+/// What came of asking the same again and again on one connection.
+WholeReplies AskedAgain(Trial& trial, const std::string& request, int times) {
+    RawConnection connection(kServerPatience);
+    trial.Doing("asking the server the same again and again");
+    const asio::error_code error =
+        connection.Open(ServerEndpoint(trial.Target()), ServerConnectText(trial.Target()));
+    Expect(!error, "the connect text is answered with a line", error.message(), "talkers cannot connect");
     const LoopTime time;
-    for (int i = 1; i <= kBlocks && time.Left(); ++i) {
-        const ServerReply reply = client.Ask(BlockRequest(trial.Target(), words, words));
-        ExpectBlock("for block " + std::to_string(i), reply, words);
-        Expect(reply.pieces <= 1,
-               "a reply of " + std::to_string(reply.bytes.size()) + " bytes comes in one piece",
-               "reply " + std::to_string(i) + " came in " + std::to_string(reply.pieces) + " pieces",
-               "a talker takes what one receive delivers and loses the rest: send each reply with one call");
-    }
+    return CountWholeReplies(connection, request, times, [&time] { return time.Left(); });
+}
+
+void ExpectOnePiece(const WholeReplies& replies) {
+    const RawReply& last = replies.last;
+    Expect(last.pieces <= 1, "a reply of " + std::to_string(last.bytes.size()) + " bytes comes in one piece",
+           "reply " + std::to_string(replies.whole + 1) + " came in " + std::to_string(last.pieces) +
+               " pieces, the first of " + std::to_string(last.firstPiece) + " bytes",
+           "a talker takes what one receive delivers and loses the rest: send each reply with one call");
+}
+
+void OnePiece(Trial& trial) {
+    const std::size_t words = SmallBlock(trial);
+    const WholeReplies replies = AskedAgain(trial, BlockRequest(trial.Target(), words, words), 100);
+    const RawReply& last = replies.last;
+    Expect(!last.error && last.isPacket, "each block is answered with a packet",
+           "block " + std::to_string(replies.whole + 1) + ": " +
+               (last.error ? last.error.message() : "the text " + Shown(last.bytes)),
+           "hosts lose blocks");
+    ExpectOnePiece(replies);
 }
 
 void PinsInOnePiece(Trial& trial) {
-    constexpr int kTimes = 50;
-    ServerClient client(trial);
-    const LoopTime time;
-    for (int i = 1; i <= kTimes && time.Left(); ++i) {
-        const ServerReply reply = client.Ask(ServerPinRequest(trial.Target()));
-        if (reply.kind != ServerReply::kPacket) throw Untried{"the server does not describe these pins"};
-        Expect(reply.pieces <= 1, "the pins' reply comes in one piece",
-               "reply " + std::to_string(i) + " came in " + std::to_string(reply.pieces) + " pieces",
-               "a talker takes what one receive delivers and loses the rest: send each reply with one call");
-    }
+    const WholeReplies replies = AskedAgain(trial, ServerPinRequest(trial.Target()), 50);
+    if (replies.last.error || !replies.last.isPacket)
+        throw Untried{"the server does not describe these pins"};
+    ExpectOnePiece(replies);
 }
 
 void FiniteFloats(Trial& trial) {

@@ -88,4 +88,41 @@ TEST(ReadReply, HoldsNoMoreThanTheTalkerCould) {
     EXPECT_LT(reply.bytes.size(), std::size_t{2} << 20);
 }
 
+/// What comes of asking a server that answers the connect text, and then each line with the next of these.
+WholeReplies CountOf(const std::vector<std::string>& replies, int times) {
+    ScriptedServer server({[&](Peer& peer) {
+        EXPECT_EQ(peer.ReadLine(), "connect,here,0\n");
+        peer.Send("conn");
+        peer.Send("ected\n");
+        for (const std::string& reply : replies) {
+            EXPECT_EQ(peer.ReadLine(), "x\n");
+            peer.Send(reply);
+        }
+    }});
+    RawConnection connection(10s);
+    EXPECT_FALSE(connection.Open(Local(server.Port()), "connect,here,0\n"));
+    return CountWholeReplies(connection, "x\n", times);
+}
+
+TEST(CountWholeReplies, EndsWithTheFirstReplyThatIsNoPacketInOnePiece) {
+    const std::string packet = Words({0x07FF0003, 12, 1});
+    const WholeReplies all = CountOf({packet, packet, packet}, 3);
+    EXPECT_EQ(all.whole, 3);
+    EXPECT_EQ(all.last.bytes, packet);
+    const WholeReplies text = CountOf({packet, "no\n"}, 3);
+    EXPECT_EQ(text.whole, 1);
+    EXPECT_EQ(text.last.bytes, "no\n");
+    const WholeReplies ended = CountOf({packet}, 3);
+    EXPECT_EQ(ended.whole, 1);
+    EXPECT_TRUE(ended.last.error);
+}
+
+TEST(LookUp, FindsAnAddressOrSaysWhyNot) {
+    asio::error_code error;
+    EXPECT_EQ(LookUp("127.0.0.1", 7000, error), Local(7000));
+    EXPECT_FALSE(error);
+    (void)LookUp("no.such.host.invalid", 7000, error);
+    EXPECT_TRUE(error);
+}
+
 } // namespace
