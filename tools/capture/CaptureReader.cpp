@@ -3,6 +3,7 @@
 #include "host/Packet.h"
 #include "tools/program/Errors.h"
 #include "tools/program/Numbers.h"
+#include "tools/wire/ServerProtocol.h"
 
 #include <array>
 #include <cerrno>
@@ -23,6 +24,13 @@
 
 namespace vrx::tool {
 
+/// Where a packet's protocol and its network layer stand, by the file's link type.
+struct LinkLayer {
+    int type;
+    std::size_t header;
+    int protocolAt; ///< -1: nowhere, then it is IP
+};
+
 namespace {
 
 using Tins::TCP;
@@ -32,16 +40,8 @@ using Tins::TCPIP::StreamIdentifier;
 
 constexpr std::size_t kMostOpen = 4096;
 constexpr std::size_t kMostEnded = 4096;
-constexpr std::size_t kMostServers = 1024;
 constexpr std::size_t kMostNotes = 20;
-constexpr std::int64_t kSecond = 1'000'000'000;
 
-/// Where a packet's protocol and its network layer stand, by the file's link type.
-struct LinkLayer {
-    int type;
-    std::size_t header;
-    int protocolAt; ///< -1: nowhere, then it is IP
-};
 constexpr LinkLayer kLinkLayers[] = {
     {DLT_RAW, 0, -1},  {DLT_IPV4, 0, -1},    {DLT_IPV6, 0, -1},       {DLT_NULL, 4, -1},
     {DLT_LOOP, 4, -1}, {DLT_EN10MB, 14, 12}, {DLT_LINUX_SLL, 16, 14}, {DLT_LINUX_SLL2, 20, 0},
@@ -296,7 +296,7 @@ void CaptureReader::Follower::Bytes(bool streamClient, const Stream::payload_typ
     if (!tracked.synchronized) {
         const bool fromClient = streamClient != tracked.swapped;
         tracked.synchronized =
-            fromClient && (bytes.starts_with(host::kPacketTagBytes) || bytes.starts_with("connect,"));
+            fromClient && (bytes.starts_with(host::kPacketTagBytes) || bytes.starts_with(kConnectCommand));
         if (!tracked.synchronized) return;
     }
     Emit(tracked, CaptureEvent::kBytes, streamClient, std::move(bytes));

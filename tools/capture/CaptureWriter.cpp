@@ -27,7 +27,6 @@ constexpr std::uint8_t kTimeToLive = 64;
 constexpr std::uint32_t kAcknowledgeAfter = 1U << 20;
 /// Connections begin at sequence numbers that lie so far apart.
 constexpr std::uint32_t kSequenceStep = 64000;
-constexpr std::int64_t kSecond = 1'000'000'000;
 
 unsigned SequenceLength(unsigned flags, std::string_view bytes) {
     const bool counts = (flags & (TCP::SYN | TCP::FIN)) != 0;

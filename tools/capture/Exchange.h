@@ -1,10 +1,17 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <vector>
 
 namespace vrx::tool {
+
+/// In the unit of all times of a recording.
+inline constexpr std::int64_t kSecond = 1'000'000'000;
+
+/// Reading a capture, the servers of so many are remembered: their later clients count whatever they say.
+inline constexpr std::size_t kMostServers = 1024;
 
 /// Who sent something.
 enum class Side { kClient, kServer };

@@ -1,6 +1,7 @@
 #include "tools/capture/ExchangeAssembler.h"
 
 #include "host/Packet.h"
+#include "tools/wire/ServerProtocol.h"
 
 #include <algorithm>
 #include <cstring>
@@ -12,8 +13,6 @@ namespace vrx::tool {
 namespace {
 
 constexpr std::size_t kReplyWordsAt = 16;
-constexpr std::string_view kConnect = "connect,";
-constexpr std::size_t kMostServers = 1024;
 
 /// The length that a right reply to this packet has; 0 for no packet.
 std::uint32_t ExpectedReply(const Exchange& exchange) {
@@ -72,7 +71,7 @@ void ExchangeAssembler::ClientBytes(Conversation& conversation, const CaptureEve
         const std::size_t count = conversation.request.Take(rest);
         conversation.waiting.append(rest.substr(0, count));
         rest.remove_prefix(count);
-        if (conversation.waiting.size() >= kConnect.size()) Judge(conversation);
+        if (conversation.waiting.size() >= kConnectCommand.size()) Judge(conversation);
         if (conversation.foreign) break;
         if (conversation.request.Whole())
             Ask(conversation, conversation.request.IsPacket() ? Exchange::kPacket : Exchange::kLine, event);
@@ -141,7 +140,7 @@ void ExchangeAssembler::AskUnframed(Conversation& conversation, const CaptureEve
 /// Finds out by its first request whether the conversation counts.
 void ExchangeAssembler::Judge(Conversation& conversation) {
     if (conversation.known || conversation.foreign) return;
-    const bool talker = conversation.request.IsPacket() || conversation.waiting.starts_with(kConnect);
+    const bool talker = conversation.request.IsPacket() || conversation.waiting.starts_with(kConnectCommand);
     if (talker && m_servers.size() < kMostServers) m_servers.insert(conversation.server);
     conversation.known = talker || m_all || m_servers.contains(conversation.server);
     conversation.foreign = !conversation.known;

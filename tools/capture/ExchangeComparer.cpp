@@ -19,7 +19,6 @@ namespace {
 constexpr std::size_t kHeaderBytes = 16;
 constexpr std::size_t kCyclesAt = 20;
 constexpr std::size_t kCyclesEnd = 28;
-constexpr std::string_view kConnect = "connect,";
 
 std::uint32_t WordAt(std::string_view bytes, std::size_t at) {
     std::uint32_t word = 0;
@@ -291,7 +290,7 @@ std::uint64_t RequestKey(const Exchange& exchange) {
     const std::hash<std::string_view> hash;
     const std::uint64_t kind = static_cast<std::uint64_t>(exchange.kind) << 56;
     if (exchange.kind != Exchange::kLine) return hash(exchange.request) ^ kind;
-    if (exchange.request.starts_with(kConnect)) return hash(kConnect) ^ kind;
+    if (exchange.request.starts_with(kConnectCommand)) return hash(kConnectCommand) ^ kind;
     return hash(Timeless(exchange.request)) ^ kind;
 }
 

@@ -3,10 +3,16 @@
 #include "tools/program/Errors.h"
 
 #include <asio.hpp>
+#include <chrono>
 #include <cstdint>
 #include <string>
 
 namespace vrx::tool {
+
+/// How often a server looks whether it is to stop.
+inline constexpr std::chrono::milliseconds kAskWhetherStopped{50};
+/// Out of descriptors, say: new clients wait until one is free.
+inline constexpr std::chrono::milliseconds kRetryAccept{100};
 
 /// Listens on 127.0.0.1 at this port; 0: one of the system's choice. Throws Failure when that cannot be.
 inline asio::ip::tcp::acceptor Listen(asio::io_context& io, int port) {

@@ -22,11 +22,8 @@ namespace {
 using asio::ip::tcp;
 using std::chrono::milliseconds;
 
-constexpr milliseconds kAskWhetherStopped{50};
-/// Out of descriptors, say: new clients wait until one is free.
-constexpr milliseconds kRetryAccept{100};
 /// What a side that has ended leaves the other one at the end of the recording.
-constexpr milliseconds kFarewell{200};
+constexpr milliseconds kLastBytes{200};
 
 Endpoint EndpointOf(const tcp::endpoint& endpoint) {
     return {endpoint.address().to_string(), endpoint.port()};
@@ -219,7 +216,7 @@ void Recorder::Proxy::Run(const std::function<bool()>& stopped) {
     AskWhetherStopped(stopped);
     m_io.run();
     m_io.restart();
-    const auto until = std::chrono::steady_clock::now() + kFarewell;
+    const auto until = std::chrono::steady_clock::now() + kLastBytes;
     const auto halfEnded = [](const auto& each) { return each.second->HalfEnded(); };
     do m_io.poll();
     while (std::ranges::any_of(m_conversations, halfEnded) && m_io.run_one_until(until) > 0);

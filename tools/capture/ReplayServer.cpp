@@ -24,8 +24,6 @@ using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 using std::chrono::nanoseconds;
 
-constexpr milliseconds kAskWhetherStopped{50};
-constexpr milliseconds kRetryAccept{100};
 constexpr milliseconds kShortestPause{1};
 /// A client that asked something else has this long to read why.
 constexpr milliseconds kFarewell{500};

@@ -83,8 +83,8 @@ ReportTexts LivePageTexts(const LiveSummary& run) {
         {"Lost", std::to_string(run.counts.lost)},
         {"Reconnects", std::to_string(run.counts.reconnects)},
         {"Xruns", std::to_string(run.xruns)},
-        {"Round trip p99", Brief(run.roundTrips.Percentile(99)) + " ms"},
-        {"Callback p99", Brief(run.process.Percentile(99)) + " ms"},
+        {"Round trip p99", BriefMilliseconds(run.roundTrips.Percentile(99))},
+        {"Callback p99", BriefMilliseconds(run.process.Percentile(99))},
         {"Latency", LatencyText(shape)},
     };
     texts.facts = {
@@ -95,8 +95,8 @@ ReportTexts LivePageTexts(const LiveSummary& run) {
         {"Period", PeriodText(shape)},
         {"Block", std::to_string(shape.blockFrames) + " frames"},
         {"In place of late blocks", shape.late == live::Late::kDry ? "the dry input" : "silence"},
-        {"Longest round trip", Brief(run.roundTrips.Longest()) + " ms"},
-        {"Longest callback", Brief(run.process.Longest()) + " ms"},
+        {"Longest round trip", BriefMilliseconds(run.roundTrips.Longest())},
+        {"Longest callback", BriefMilliseconds(run.process.Longest())},
         {"Time taken", Brief(run.seconds) + " s"},
         {"Versions", "vrx " + run.version},
     };

@@ -26,6 +26,11 @@ inline std::string Brief(double value) {
     return text;
 }
 
+/// "0.0512 ms".
+inline std::string BriefMilliseconds(double value) {
+    return Brief(value) + " ms";
+}
+
 /// "1 block", "2 blocks".
 inline std::string Counted(unsigned long long count, const std::string& what) {
     return std::to_string(count) + " " + what + (count == 1 ? "" : "s");

@@ -10,10 +10,6 @@ namespace vrx::tool {
 
 namespace {
 
-std::string Milliseconds(double value) {
-    return Brief(value) + " ms";
-}
-
 /// A place in the audio: "0.25 s", "1:05".
 std::string Moment(double seconds, double range) {
     if (range < 60) return Brief(seconds) + " s";
@@ -50,7 +46,7 @@ std::string Distribution(const host::RunStatistics& statistics) {
 
     constexpr int kMarks = 5;
     Chart chart("Distribution of the round trips", time, blocks, 200, kMarks);
-    for (const double at : time.Ticks(5)) chart.XTick(at, Milliseconds(at));
+    for (const double at : time.Ticks(5)) chart.XTick(at, BriefMilliseconds(at));
     for (const double at : blocks.Ticks(4))
         if (at >= 1) chart.YTick(at, Brief(at));
     const double ratio = time.high / time.low;
@@ -68,7 +64,8 @@ std::string Distribution(const host::RunStatistics& statistics) {
                                                           {"p99.9 ", times.p999},
                                                           {"max ", times.max}};
     for (int row = 0; row < kMarks; ++row)
-        chart.Upright("quantile", marks[row].second, marks[row].first + Milliseconds(marks[row].second), row);
+        chart.Upright("quantile", marks[row].second, marks[row].first + BriefMilliseconds(marks[row].second),
+                      row);
     return Figure(
         "Distribution of the round trips",
         "blocks by their round trip, both on logarithmic scales; p95: 95 of 100 blocks took no longer",
@@ -131,12 +128,12 @@ std::string HtmlReport::RoundTrips(const host::RunStatistics& statistics) const 
     lowest = std::max(std::min(lowest, statistics.Deadline()), 1e-4);
     Chart chart("Round trip per block over time", time, LogarithmicScale(lowest, highest), 240);
     TimeTicks(chart, time);
-    for (const double at : LogarithmicScale(lowest, highest).Ticks(4)) chart.YTick(at, Milliseconds(at));
+    for (const double at : LogarithmicScale(lowest, highest).Ticks(4)) chart.YTick(at, BriefMilliseconds(at));
 
     const double width = static_cast<double>(m_roundTrip.PerColumn()) * BlockSeconds();
     if (m_stream.paced) chart.Steps("orange dim", m_sinceDue.Columns(), width, Seconds());
     chart.Steps("blue", m_roundTrip.Columns(), width, Seconds());
-    chart.Across("deadline", statistics.Deadline(), "deadline " + Milliseconds(statistics.Deadline()));
+    chart.Across("deadline", statistics.Deadline(), "deadline " + BriefMilliseconds(statistics.Deadline()));
     const std::vector<Envelope::Column>& troubles = m_trouble.Columns();
     for (std::size_t i = 0; i < troubles.size(); ++i)
         if (troubles[i].high > 0)

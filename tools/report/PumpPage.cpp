@@ -7,7 +7,7 @@ namespace vrx::tool {
 namespace {
 
 /// About a run that reached its end.
-std::string Verdict(const RunSummary& run) {
+std::string VerdictOn(const RunSummary& run) {
     const host::RunStatistics& statistics = run.statistics;
     if (statistics.Blocks() == 0) return "There was nothing to send.";
     const std::string blocks = Counted(statistics.Blocks(), "block");
@@ -34,9 +34,9 @@ std::vector<ReportFact> Figures(const RunSummary& run) {
         {"Failed", std::to_string(statistics.Failed())},
         {"Sent again", std::to_string(statistics.Retried())},
         {run.paced ? "Missed deadlines" : "Over the deadline", std::to_string(statistics.Missed())},
-        {"Round trip p50", Brief(times.p50) + " ms"},
-        {"p99", Brief(times.p99) + " ms"},
-        {"Longest", Brief(times.max) + " ms"},
+        {"Round trip p50", BriefMilliseconds(times.p50)},
+        {"p99", BriefMilliseconds(times.p99)},
+        {"Longest", BriefMilliseconds(times.max)},
         {"Times real time", Brief(host::TimesRealTime(run.frames, run.sampleRate, run.seconds))},
     };
 }
@@ -54,7 +54,7 @@ std::vector<ReportFact> Facts(const PumpPage& page) {
         {"Objects", run.server.input + " to " + run.server.output + ", layout " + run.server.layout},
         {"Input pin", pin(&host::PinValues::in)},
         {"Output pin", pin(&host::PinValues::out)},
-        {"Block", std::to_string(run.blockFrames) + " frames, " + Brief(statistics.Deadline()) + " ms"},
+        {"Block", std::to_string(run.blockFrames) + " frames, " + BriefMilliseconds(statistics.Deadline())},
         {"Stream",
          Counted(run.channels, "channel") + " at " + std::to_string(run.sampleRate) + " Hz, " +
              (page.words == host::SampleFormat::kF32 ? "32-bit float words" : "32-bit integer words")},
@@ -76,7 +76,7 @@ std::vector<ReportFact> Facts(const PumpPage& page) {
 ReportTexts PumpPageTexts(const PumpPage& page) {
     ReportTexts texts;
     texts.title = "vrx pump: " + page.input + " through " + page.run.server.Place();
-    texts.verdict = page.ended.empty() ? Verdict(page.run) : "The run ended early: " + page.ended;
+    texts.verdict = page.ended.empty() ? VerdictOn(page.run) : "The run ended early: " + page.ended;
     texts.good = IsGood(page);
     texts.figures = Figures(page.run);
     texts.facts = Facts(page);

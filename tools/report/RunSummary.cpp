@@ -20,7 +20,7 @@ std::string Shortened(const std::string& name, std::size_t width) {
     return std::string(kCut) + text.substr(from);
 }
 
-std::string Milliseconds(double value) {
+std::string ExactMilliseconds(double value) {
     return Fixed(value, 3) + " ms";
 }
 
@@ -40,10 +40,10 @@ std::string RunSummary::Text() const {
            Shortened(server.Place(), kColumns - 2 - sizes.size()) + "\n  " + Counted(frames, "frame") + ", " +
            std::to_string(statistics.Failed()) + " failed, " + std::to_string(statistics.Retried()) +
            " retried, " + (paced ? missed : "") + Fixed(host::TimesRealTime(frames, sampleRate, seconds), 1) +
-           " times real time\n  round trip p50 " + Milliseconds(times.p50) + ", p95 " +
-           Milliseconds(times.p95) + ", p99 " + Milliseconds(times.p99) + ", max " + Milliseconds(times.max) +
-           "\n  cycles " + Fixed(double{last.averageCycles}, 0) + " average, " +
-           Fixed(double{last.pumpCycles}, 0) + " pump\n";
+           " times real time\n  round trip p50 " + ExactMilliseconds(times.p50) + ", p95 " +
+           ExactMilliseconds(times.p95) + ", p99 " + ExactMilliseconds(times.p99) + ", max " +
+           ExactMilliseconds(times.max) + "\n  cycles " + Fixed(double{last.averageCycles}, 0) +
+           " average, " + Fixed(double{last.pumpCycles}, 0) + " pump\n";
 }
 
 nlohmann::json RunSummary::Json() const {

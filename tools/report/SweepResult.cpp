@@ -18,14 +18,10 @@ std::string TableLine(const std::string (&cells)[8], const std::string& last) {
     return line + "  " + last + "\n";
 }
 
-std::string Verdict(const SweepRow& row) {
+std::string VerdictOn(const SweepRow& row) {
     if (!row.lost.empty()) return "no: " + row.lost;
     if (row.failed > 0) return "no: " + std::to_string(row.failed) + " refused";
     return row.Safe() ? "yes" : "no";
-}
-
-std::string Milliseconds(double value) {
-    return Brief(value) + " ms";
 }
 
 } // namespace
@@ -44,11 +40,11 @@ std::string SweepHeading() {
 }
 
 std::string SweepLine(const SweepRow& row) {
-    return TableLine({std::to_string(row.frames), Milliseconds(row.deadline), std::to_string(row.blocks),
+    return TableLine({std::to_string(row.frames), BriefMilliseconds(row.deadline), std::to_string(row.blocks),
                       std::to_string(row.missed), std::to_string(row.longestMissedRun),
-                      Milliseconds(row.sinceDue.p50), Milliseconds(row.sinceDue.p99),
-                      Milliseconds(row.sinceDue.max)},
-                     Verdict(row));
+                      BriefMilliseconds(row.sinceDue.p50), BriefMilliseconds(row.sinceDue.p99),
+                      BriefMilliseconds(row.sinceDue.max)},
+                     VerdictOn(row));
 }
 
 nlohmann::json SweepJson(const SweepRow& row) {

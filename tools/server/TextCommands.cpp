@@ -48,9 +48,8 @@ std::string AnswerStatusJson(const ServerFigures& figures) {
 } // namespace
 
 std::string AnswerLine(std::string_view line, const ServerFigures& figures) {
-    constexpr std::string_view kConnect = "connect,";
     if (line.ends_with('\r')) line.remove_suffix(1);
-    if (line.starts_with(kConnect)) return AnswerConnect(line.substr(kConnect.size()));
+    if (line.starts_with(kConnectCommand)) return AnswerConnect(line.substr(kConnectCommand.size()));
     if (line == "help") {
         return "commands: connect,HOST,PORT; help; status. Packets: command 0x3A on .samples[0] and .info1";
     }

@@ -16,6 +16,9 @@ namespace vrx::tool {
 
 inline constexpr size_t kLargestLine = 65536;
 
+/// How the line begins that a client sends first: "connect,HOST,PORT".
+inline constexpr std::string_view kConnectCommand = "connect,";
+
 struct Frame {
     enum Kind {
         kIncomplete, ///< more bytes are needed
