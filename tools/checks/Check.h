@@ -85,10 +85,13 @@ private:
 /// The time for saying the same again and again: what is slow is asked less often instead of running out of time.
 class LoopTime {
 public:
+    explicit LoopTime(std::chrono::seconds time = std::chrono::seconds(12))
+        : m_end(std::chrono::steady_clock::now() + time) {}
+
     bool Left() const { return std::chrono::steady_clock::now() < m_end; }
 
 private:
-    std::chrono::steady_clock::time_point m_end = std::chrono::steady_clock::now() + std::chrono::seconds(12);
+    std::chrono::steady_clock::time_point m_end;
 };
 
 /// One check: a row of its room's table.

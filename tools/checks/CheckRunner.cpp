@@ -31,6 +31,7 @@ using std::chrono::milliseconds;
 constexpr milliseconds kBetweenLooks{5};
 constexpr std::size_t kNoteBytes = 256;
 constexpr std::size_t kOutputKept = 2000;
+constexpr char kNoTimeLeft[] = "the time for all checks was over";
 
 /// A file in memory that a child writes and its parent reads.
 class SharedFile {
@@ -131,16 +132,18 @@ public:
 
     /// The result once the process has ended, or has been ended because its time was up.
     std::optional<CheckResult> Look(Clock::time_point noLongerThan) {
-        int status = 0;
         siginfo_t ended{};
         if (::waitid(P_PID, static_cast<id_t>(m_pid), &ended, WEXITED | WNOHANG | WNOWAIT) == 0 &&
             ended.si_pid == m_pid)
-            return Finish(false, status);
-        if (Clock::now() < noLongerThan && !TimeIsUp()) return std::nullopt;
-        return Finish(true, status);
+            return Finish(kEnded);
+        if (TimeIsUp()) return Finish(kTimeIsUp);
+        if (Clock::now() < noLongerThan) return std::nullopt;
+        return Finish(kAllTimeIsUp);
     }
 
 private:
+    enum Why { kEnded, kTimeIsUp, kAllTimeIsUp };
+
     /// On a busy machine the time spent waiting for a processor is not the check's own; but nobody waits for ever.
     bool TimeIsUp() const {
         constexpr int kMostTimes = 3;
@@ -172,7 +175,8 @@ private:
     }
 
     /// Ends what is left of the group before the process is reaped, while its number is still its own.
-    CheckResult Finish(bool timeOut, int& status) {
+    CheckResult Finish(Why why) {
+        int status = 0;
         ::kill(-m_pid, SIGKILL);
         ::waitpid(m_pid, &status, 0);
         m_ended = true;
@@ -185,7 +189,9 @@ private:
         if (report.is_object()) {
             result.state = static_cast<CheckState>(report.at("state").get<int>());
             result.what = {report.at("expected"), report.at("got"), report.at("means")};
-        } else if (timeOut) {
+        } else if (why == kAllTimeIsUp) {
+            result.what.got = kNoTimeLeft;
+        } else if (why == kTimeIsUp) {
             result.state = CheckState::kTimedOut;
             result.what = {"an end within " + std::to_string(m_check.seconds) + " s",
                            "still busy: " + Doing(), "whoever does the same waits without end"};
@@ -259,7 +265,7 @@ private:
         for (std::size_t i = 0; i < m_checks.size() && m_running < m_options.atOnce; ++i) {
             if (m_results[i] || m_children[i]) continue;
             if (Clock::now() >= m_end) {
-                m_results[i] = Skipped(*m_checks[i], "the time for all checks was over");
+                m_results[i] = Skipped(*m_checks[i], kNoTimeLeft);
                 continue;
             }
             const auto [pending, failed] = Needed(*m_checks[i]);

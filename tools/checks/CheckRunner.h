@@ -30,7 +30,7 @@ struct CheckResult {
 
 struct RunOptions {
     std::size_t atOnce = 2;                        ///< processes
-    std::chrono::seconds limit{570};               ///< for all; what has not begun by then is skipped
+    std::chrono::seconds limit{570};               ///< for all; what has not ended by then counts as skipped
     std::function<bool()> stopped;                 ///< asked now and then whether to give up; null: never
     std::function<void(const CheckResult&)> ended; ///< called for each in the order of `checks`; may be null
 };

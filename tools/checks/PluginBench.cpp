@@ -4,6 +4,9 @@
 #include "tools/wire/Requests.h"
 
 #include <algorithm>
+#include <chrono>
+#include <future>
+#include <thread>
 
 namespace vrx::tool {
 
@@ -107,6 +110,28 @@ void PluginBench::Unload() {
     m_trial.Doing("unloading the plug-in");
     m_plugin.reset();
     m_trial.Doing("after unloading the plug-in");
+}
+
+bool IsDoneMeanwhile(CheckedTalker& talker, StubServer& server, const std::function<void()>& work) {
+    constexpr std::chrono::milliseconds kLook{2};
+    constexpr std::chrono::milliseconds kStillWaits{
+        300}; // work that ends because the block does is not done meanwhile
+    const auto over = [](const auto& future) {
+        return future.wait_for(std::chrono::seconds(0)) == std::future_status::ready;
+    };
+    server.Forget();
+    server.Then(Answer::Silence());
+    const auto block = std::async(std::launch::async, [&talker] {
+        Words words(4);
+        (void)talker.Bare().PumpAudio(words.data(), words.data(), 4, 4);
+    });
+    const bool asked = server.Take(std::chrono::seconds(10)).has_value();
+    auto meanwhile = std::async(std::launch::async, work);
+    while (!over(block) && !over(meanwhile)) std::this_thread::sleep_for(kLook);
+    const bool done = block.wait_for(kStillWaits) != std::future_status::ready;
+    server.Drop(Answer::kClose);
+    meanwhile.get();
+    return asked && done;
 }
 
 GuardedWords::GuardedWords(std::size_t count, std::uint32_t fill) : m_words(count + 2 * kGuard, fill) {

@@ -9,6 +9,7 @@
 
 #include <array>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -98,6 +99,10 @@ private:
     CapturedOutput m_output;
     std::shared_ptr<host::Plugin> m_plugin;
 };
+
+/// Sends a block of `talker` to `server`, which does not answer, and does `work` meanwhile. True when that is done
+/// before the block's time is over, however slow the machine is. Throws what `work` throws.
+bool IsDoneMeanwhile(CheckedTalker& talker, StubServer& server, const std::function<void()>& work);
 
 /// A buffer of words between guards. Throws Mismatch from Check when a guard was written to.
 class GuardedWords {

@@ -182,6 +182,15 @@ TEST(RunChecks, BeginsNothingWhenTheTimeForAllIsOver) {
     EXPECT_EQ(results.at(0).what.got, "the time for all checks was over");
 }
 
+TEST(RunChecks, BlamesNobodyWhenTheTimeForAllEndsBeforeACheck) {
+    RunOptions options;
+    options.limit = std::chrono::seconds(1);
+    const auto results = RunAll({Row("one", Hangs), Row("other", Hangs, "", 0)}, options);
+    EXPECT_EQ(results.at(0).state, CheckState::kSkipped);
+    EXPECT_EQ(results.at(0).what.got, "the time for all checks was over");
+    EXPECT_EQ(results.at(1).state, CheckState::kTimedOut) << "its own time was over";
+}
+
 TEST(RunChecks, StopsWhenToldTo) {
     RunOptions options;
     options.atOnce = 1;
