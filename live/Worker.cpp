@@ -41,13 +41,14 @@ void Worker::Connect() {
 void Worker::Step(std::chrono::microseconds patience) {
     m_block = m_slots.Take(patience);
     if (!m_block) return;
+    m_exchangeFailed = false;
     // Its turn may pass while the server is being reached again.
     while (m_block && !Stopped() && m_slots.Wanted(*m_block)) Exchange();
     if (m_block) GiveUp();
 }
 
 void Worker::Exchange() {
-    if (!m_words && !AskWords()) return;
+    if (!m_words) return AskWords(); // which takes its time, too
     for (std::size_t i = 0; i < m_in.size(); ++i)
         m_in[i] = host::WordFromSample(static_cast<double>(m_block->samples[i]), *m_words);
     const std::uint64_t number = m_block->number + 1;
@@ -57,27 +58,27 @@ void Worker::Exchange() {
         record.number = number;
         return Replied(record);
     case host::Sent::kLost:
-        return Recover(record.result, m_parts.session->Describe(record.result));
+        return ExchangeFailed(record.result);
     case host::Sent::kStopped:
         return GiveUp();
     }
 }
 
-/// False when that failed on the way: it has to be asked again. Servers that end the connection instead of an answer, time
-/// and again, have none.
-bool Worker::AskWords() {
+/// When that fails on the way, it has to be asked again. Servers that end the connection instead of an answer, time and
+/// again, have none.
+void Worker::AskWords() {
     host::PinValues pins;
     const int result = m_parts.session->PinProps(pins);
     const bool failed = result < 0 && m_parts.session->TransportFault();
     if (!failed || ++m_questions == kMostQuestions)
         m_words = result < 0 ? host::SampleFormat::kF32 : host::PreferredWords(pins);
-    if (failed) Recover(result, m_parts.session->Describe(result));
-    return !failed;
+    if (failed) ExchangeFailed(result);
 }
 
 void Worker::Replied(const host::BlockRecord& record) {
     if (m_state.attempts.exchange(0) > 0) ++m_state.reconnects;
     if (record.Failed()) {
+        m_exchangeFailed = true;
         GiveUp();
     } else {
         for (std::size_t i = 0; i < m_out.size(); ++i)
@@ -88,9 +89,17 @@ void Worker::Replied(const host::BlockRecord& record) {
     if (m_parts.exchanged) m_parts.exchanged(record, m_in.data(), m_out.data());
 }
 
-/// A failure that the real-time side does not see any more is counted here.
+/// A failure that the real-time side does not see any more is counted here. A block that was never tried has not failed:
+/// when all ends before its turn, that is left to pass.
 void Worker::GiveUp() {
-    if (!m_slots.Finish(*std::exchange(m_block, {}), false)) ++m_state.failed;
+    const Slots::Block block = *std::exchange(m_block, {});
+    if (!m_exchangeFailed && Stopped()) return;
+    if (!m_slots.Finish(block, false) && m_exchangeFailed) ++m_state.failed;
+}
+
+void Worker::ExchangeFailed(int result) {
+    m_exchangeFailed = true;
+    Recover(result, m_parts.session->Describe(result));
 }
 
 /// Tries until the next exchange is worth it.

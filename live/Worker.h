@@ -39,9 +39,10 @@ public:
 
 private:
     void Exchange();
-    bool AskWords();
+    void AskWords();
     void Replied(const host::BlockRecord& record);
     void GiveUp();
+    void ExchangeFailed(int result);
     void Recover(int result, const std::string& why);
     void Pause(double seconds);
     bool Stopped() const { return m_state.stopped; }
@@ -52,6 +53,7 @@ private:
     std::optional<host::SampleFormat> m_words;
     unsigned m_questions = 0;            // about the words, that failed
     std::optional<Slots::Block> m_block; // the one that is on its way
+    bool m_exchangeFailed = false;       // its exchange, at least once
     std::vector<std::uint32_t> m_in;     // its words
     std::vector<std::uint32_t> m_out;
     host::BlockPump m_pump;

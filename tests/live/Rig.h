@@ -77,6 +77,12 @@ public:
         CheckCounts();
     }
 
+    /// What `Bridge::Stop` does.
+    void Stop() {
+        m_state.stopped = true;
+        m_slots.Close();
+    }
+
     void CheckCounts() const {
         Require(m_stream.Frames() == m_frames, "frames");
         Require(m_stream.Blocks() == m_blocks, "blocks");

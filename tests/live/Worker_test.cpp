@@ -127,6 +127,28 @@ TEST(Worker, ABlockWhoseTurnPassesDuringAConnectIsNotSent) {
     EXPECT_EQ(rig.Lost(), 1U);
 }
 
+/// The first block waits for the pins' answer, which comes whole, but behind its turn or behind the end.
+TEST(Worker, ABlockThatWasNeverTriedIsLateAndNotLost) {
+    for (const bool stops : {false, true}) {
+        SCOPED_TRACE(stops);
+        Rig* playing = nullptr;
+        Rig::Script script;
+        script.pins = [&] {
+            if (stops)
+                playing->Stop();
+            else
+                playing->Callbacks(10);
+            return 0;
+        };
+        Rig rig(kShape, script, vrx::host::SampleFormat::kS32);
+        playing = &rig;
+        rig.Run(30);
+        EXPECT_EQ(rig.questions, 1U);
+        EXPECT_GT(rig.late, 0U);
+        EXPECT_EQ(rig.Lost(), 0U);
+    }
+}
+
 TEST(Worker, AServerThatIsNotThereAtTheStartIsAnOutage) {
     Rig::Script script;
     unsigned n = 0;
