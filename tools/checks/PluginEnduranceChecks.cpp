@@ -52,7 +52,7 @@ std::size_t Live(PluginBench& bench, const StubServer& server, int threads, int 
 
 template <class Count>
 bool SettlesAt(const Count& count, std::size_t most) {
-    const auto end = Clock::now() + milliseconds(3000);
+    const auto end = Clock::now() + milliseconds(8000);
     while (count() > most && Clock::now() < end) std::this_thread::sleep_for(milliseconds(10));
     return count() <= most;
 }

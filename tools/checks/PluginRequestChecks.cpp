@@ -187,10 +187,11 @@ void TextBytes(Trial& trial) {
         {"a carriage return at the end", "status\r", "status\r\n"},
         {"blanks at both ends", "  gain 3 ", "  gain 3 \n"},
         {"bytes beyond ASCII", "gr\xC3\xBC\xC3\x9F\xFF", "gr\xC3\xBC\xC3\x9F\xFF\n"},
-        {"percent signs", "%s%d%n", "%s%d%n\n"},
+        {"percent signs", "%s%d%n 100%%", "%s%d%n 100%%\n"},
         {"1,023 characters", longText.substr(0, 1023), longText.substr(0, 1023) + "\n"},
         {"1,024 characters", longText.substr(0, 1024), longText.substr(0, 1024) + "\n"},
         {"2,500 characters", longText, longText + "\n"},
+        {"70,000 characters", std::string(70000, 'z'), std::string(70000, 'z') + "\n"},
     };
     PluginBench bench(trial);
     StubServer server;

@@ -75,7 +75,7 @@ public:
     void Always(std::function<Answer(const Request&)> answer);
 
     /// The oldest request that was not taken yet; none when no more comes within `patience`.
-    std::optional<Request> Take(std::chrono::milliseconds patience = std::chrono::seconds(2));
+    std::optional<Request> Take(std::chrono::milliseconds patience = std::chrono::seconds(5));
 
     /// Drops the requests that were not taken.
     void Forget();
