@@ -22,6 +22,7 @@ foreach(page IN LISTS pages)
       "PATH=path_list_prepend:${PROJECT_BINARY_DIR}/examples;PATH=path_list_prepend:${PROJECT_BINARY_DIR}")
   endif()
 endforeach()
+set_tests_properties(docs.measuring PROPERTIES RUN_SERIAL ON) # it shows how many deadlines are missed
 
 # The CI jobs for makers of plug-ins and servers.
 get_target_property(definitions vrx_checks COMPILE_DEFINITIONS)
