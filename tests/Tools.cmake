@@ -104,6 +104,7 @@ add_executable(server_tests
   tools/commands/Serve_test.cpp
   tools/server/AddressRange_test.cpp
   tools/server/BusyMeter_test.cpp
+  tools/server/ClientSocket_test.cpp
   tools/server/Faults_test.cpp
   tools/server/Processing_test.cpp
   tools/server/TextCommands_test.cpp

@@ -1,6 +1,7 @@
 #include "tools/server/Connection.h"
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 #include <optional>
 #include <utility>
@@ -14,30 +15,66 @@ constexpr int kFramesPerTurn = 16;
 
 } // namespace
 
-Connection::Connection(Socket socket, Service& service, Workers& workers, uint64_t number)
-    : m_socket(std::move(socket)), m_service(service), m_workers(workers),
-      m_frames(service.options.largestPacket), m_pause(m_socket.get_executor()),
-      m_dice(service.options.faultSeed, number) {}
+Connection::Connection(Socket socket, Service& service, Workers& workers, ReadySockets& ready,
+                       uint64_t number)
+    : m_strand(socket.get_executor()), m_socket(socket.release()), m_service(service), m_workers(workers),
+      m_ready(ready), m_pause(m_strand), m_dice(service.options.faultSeed, number) {}
 
 Connection::~Connection() {
+    Disconnect();
     m_service.stock.Return(std::move(m_processor));
+}
+
+/// The one that this thread keeps for the next connection; may be null.
+std::unique_ptr<Connection::Work>& Connection::SpareWork() {
+    thread_local std::unique_ptr<Work> spare;
+    return spare;
 }
 
 template <class Handler>
 void Connection::OnStrand(Handler handler) {
-    asio::dispatch(m_socket.get_executor(),
+    asio::dispatch(m_strand,
                    [self = shared_from_this(), handler = std::move(handler)]() mutable { handler(*self); });
 }
 
 void Connection::Start() {
     OnStrand([](Connection& self) {
         self.m_counted = true;
-        self.Serve();
+        if (self.Attend()) self.Rest();
     });
 }
 
 void Connection::TurnAway(std::string line) {
-    OnStrand([line = std::move(line)](Connection& self) { self.SendAway(line); });
+    OnStrand([line = std::move(line)](Connection& self) {
+        if (self.Attend()) self.SendAway(line);
+    });
+}
+
+/// From now on Ready is called. False when the connection had to be closed instead.
+bool Connection::Attend() {
+    if (m_ready.Add(m_socket.Descriptor(), *this)) return true;
+    Close();
+    return false;
+}
+
+void Connection::Ready(bool last, bool later) {
+    auto goOn = [self = shared_from_this(), last] { self->GoOn(last); };
+    if (later) return asio::post(m_strand, std::move(goOn));
+    m_strand.execute(std::move(goOn));
+}
+
+void Connection::GoOn(bool last) {
+    m_readable = true;
+    m_ended |= last;
+    if (!m_socket.IsOpen()) return;
+    if (m_leaving) return Drain();
+    if (!m_unsent.empty()) {
+        const size_t unsent = m_unsent.size();
+        const bool done = SendUnsent();
+        if (m_unsent.size() < unsent) m_lastActive = Clock::now();
+        return done ? Proceed() : void();
+    }
+    if (std::exchange(m_waiting, false)) Serve();
 }
 
 void Connection::CloseIfIdle(Clock::time_point now) {
@@ -57,31 +94,51 @@ void Connection::Finish() {
 
 /// No byte of a request has come that is not answered yet.
 bool Connection::NothingIsUnderWay() const {
-    asio::error_code ignored;
-    return m_frames.Empty() && m_socket.available(ignored) == 0;
-}
-
-void Connection::Read() {
-    const auto space = m_frames.Space();
-    m_waiting = true;
-    m_socket.async_read_some(asio::buffer(space.data(), space.size()),
-                             [self = shared_from_this()](const asio::error_code& error, size_t count) {
-                                 self->m_waiting = false;
-                                 if (error) return self->Close();
-                                 self->m_lastActive = Clock::now();
-                                 self->m_frames.Received(count);
-                                 self->Serve();
-                             });
+    return (!m_work || m_work->frames.Empty()) && !m_socket.HasWaitingBytes();
 }
 
 /// Answers every frame that is there, then waits for more.
 void Connection::Serve() {
     for (int turn = 0; turn < kFramesPerTurn; ++turn) {
-        const Frame frame = m_frames.Next();
-        if (frame.kind == Frame::kIncomplete) return m_finishing && NothingIsUnderWay() ? Close() : Read();
-        if (!AnswerFrame(frame)) return;
+        const Frame frame = NextFrame();
+        if (frame.kind != Frame::kIncomplete) {
+            if (!AnswerFrame(frame)) return;
+        } else if (!Receive()) {
+            return;
+        }
     }
-    asio::post(m_socket.get_executor(), [self = shared_from_this()] { self->Serve(); });
+    asio::post(m_strand, [self = shared_from_this()] { self->Serve(); });
+}
+
+Frame Connection::NextFrame() {
+    return m_work ? m_work->frames.Next() : Frame{};
+}
+
+/// False when there is nothing to receive, or the connection has ended.
+bool Connection::Receive() {
+    if (!m_readable) {
+        Rest();
+        return false;
+    }
+    if (!m_work) m_work = std::move(SpareWork());
+    if (!m_work) m_work = std::make_unique<Work>(m_service.options.largestPacket);
+    const auto space = m_work->frames.Space();
+    const auto count = m_socket.Receive(space);
+    if (!count) {
+        Close();
+        return false;
+    }
+    m_readable = m_ended || *count == space.size(); // less is all there is: Ready tells of what comes later
+    if (*count > 0) m_lastActive = Clock::now();
+    m_work->frames.Received(*count);
+    return true;
+}
+
+/// Until the client says more.
+void Connection::Rest() {
+    if (m_finishing && NothingIsUnderWay()) return Close();
+    m_waiting = true;
+    if (m_work && m_work->frames.Empty()) SpareWork() = std::move(m_work);
 }
 
 /// False when the answer is still under way or the connection has ended: then Serve is not to go on.
@@ -129,7 +186,7 @@ void Connection::OrderProcessor(std::string_view packet) {
     m_service.stock.Order(
         [self = shared_from_this(), packet](std::unique_ptr<Processor> processor, const std::string& error) {
             auto made = std::make_shared<std::unique_ptr<Processor>>(std::move(processor));
-            asio::post(self->m_socket.get_executor(), [self, packet, made, error] {
+            asio::post(self->m_strand, [self, packet, made, error] {
                 self->m_pausing = false;
                 self->m_lastActive = Clock::now();
                 self->m_processor = std::move(*made);
@@ -143,13 +200,13 @@ void Connection::FillReply(const Request& request) {
     const auto began = Clock::now();
     const size_t inWords = request.dataBytes.size() / 4;
     const size_t outWords = request.replyDataWords;
-    StartReply(m_reply, outWords);
-    m_reply.resize(host::kReplyDataAt + std::max(inWords, outWords));
-    const auto data = std::span(m_reply).subspan(host::kReplyDataAt);
+    StartReply(m_work->reply, outWords);
+    m_work->reply.resize(host::kReplyDataAt + std::max(inWords, outWords));
+    const auto data = std::span(m_work->reply).subspan(host::kReplyDataAt);
     if (inWords > 0) std::memcpy(data.data(), request.dataBytes.data(), request.dataBytes.size());
     m_processor->Run(data.first(inWords));
     if (outWords > inWords) std::ranges::fill(data.subspan(inWords), 0U);
-    m_reply.resize(host::kReplyDataAt + outWords);
+    m_work->reply.resize(host::kReplyDataAt + outWords);
     CountBlock(began, Clock::now());
 }
 
@@ -158,8 +215,9 @@ void Connection::CountBlock(Clock::time_point began, Clock::time_point ended) {
     const auto nanoseconds = static_cast<double>(took.count());
     m_blockNanoseconds += nanoseconds;
     ++m_blocks;
-    m_reply[host::kReplyHeaderWords + 1] = CycleWord(m_blockNanoseconds / static_cast<double>(m_blocks));
-    m_reply[host::kReplyHeaderWords + 2] = CycleWord(nanoseconds);
+    m_work->reply[host::kReplyHeaderWords + 1] =
+        CycleWord(m_blockNanoseconds / static_cast<double>(m_blocks));
+    m_work->reply[host::kReplyHeaderWords + 2] = CycleWord(nanoseconds);
 
     ++m_service.blocks;
     m_service.busy.Add(took);
@@ -171,8 +229,8 @@ void Connection::FillInfo(const Request& request) {
     const ServerOptions& options = m_service.options;
     const PinInfo pin{options.pinFrames, options.shape.channels,
                       options.shape.format == host::SampleFormat::kF32};
-    StartReply(m_reply, request.replyDataWords);
-    std::fill(m_reply.begin() + host::kReplyDataAt, m_reply.end(), PackPinInfo(pin));
+    StartReply(m_work->reply, request.replyDataWords);
+    std::fill(m_work->reply.begin() + host::kReplyDataAt, m_work->reply.end(), PackPinInfo(pin));
 }
 
 bool Connection::SendLine(std::string_view line) {
@@ -189,30 +247,24 @@ bool Connection::SendError(std::string_view error) {
 /// Sends at once what the system takes, normally all of it. False when the rest goes out later, after which
 /// Serve goes on by itself.
 bool Connection::Send(std::string_view bytes) {
-    asio::error_code error;
-    const size_t sent = m_socket.write_some(asio::buffer(bytes.data(), bytes.size()), error);
-    if (error && error != asio::error::would_block) {
-        Close();
-        return false;
-    }
-    if (sent == bytes.size()) return true;
-    SendRest(bytes.substr(sent));
-    return false;
+    m_unsent = bytes;
+    return SendUnsent();
 }
 
-void Connection::SendRest(std::string_view bytes) {
-    m_socket.async_write_some(
-        asio::buffer(bytes.data(), bytes.size()),
-        [self = shared_from_this(), bytes](const asio::error_code& error, size_t count) {
-            if (error) return self->Close();
-            self->m_lastActive = Clock::now();
-            if (count < bytes.size()) return self->SendRest(bytes.substr(count));
-            self->Proceed();
-        });
+/// False when the system takes no more for now, or the connection has ended.
+bool Connection::SendUnsent() {
+    while (!m_unsent.empty()) {
+        const auto count = m_socket.Send(m_unsent);
+        if (!count) Close();
+        if (count.value_or(0) == 0) return false;
+        m_unsent.remove_prefix(*count);
+    }
+    return true;
 }
 
 /// Goes on where an answer had to wait.
 void Connection::Proceed() {
+    if (!m_endless.empty()) return SendForever(m_endless);
     if (RunFaultSteps()) Serve();
 }
 
@@ -270,52 +322,54 @@ void Connection::Pause(std::chrono::milliseconds time) {
 }
 
 void Connection::SendForever(std::string_view bytes) {
-    m_socket.async_write_some(asio::buffer(bytes),
-                              [self = shared_from_this(), bytes](const asio::error_code& error, size_t) {
-                                  if (error) return self->Close();
-                                  self->m_lastActive = Clock::now();
-                                  self->SendForever(bytes);
-                              });
+    m_endless = bytes;
+    m_lastActive = Clock::now();
+    if (Send(bytes)) asio::post(m_strand, [self = shared_from_this()] { self->Proceed(); });
 }
 
 void Connection::Reset() {
-    asio::error_code ignored;
-    m_socket.set_option(asio::socket_base::linger(true, 0), ignored);
+    m_ready.Remove(m_socket.Descriptor());
+    m_socket.Reset();
     Close();
 }
 
 void Connection::SendAway(const std::string& line) {
-    asio::error_code ignored; // a line that a stuck peer cannot take is not worth waiting for
-    m_socket.write_some(asio::buffer(line + '\n'), ignored);
+    (void)m_socket.Send(line + '\n'); // a line that a stuck peer cannot take is not worth waiting for
     Leave();
 }
 
 /// Ends the sending side and reads on until the peer closes too: closing over unread bytes would reset the
 /// connection and could take the last line with it.
 void Connection::Leave() {
-    asio::error_code ignored;
-    m_socket.shutdown(asio::socket_base::shutdown_send, ignored);
+    m_socket.SendNoMore();
     m_leaving = true;
+    m_unsent = {};
     StopCounting();
     m_lastActive = Clock::now();
     Drain();
 }
 
 void Connection::Drain() {
-    m_line.resize(4096);
-    m_socket.async_read_some(asio::buffer(m_line),
-                             [self = shared_from_this()](const asio::error_code& error, size_t) {
-                                 if (error) return self->Close();
-                                 self->Drain();
-                             });
+    std::array<char, 4096> unwanted;
+    for (int turn = 0; turn < kFramesPerTurn; ++turn) {
+        const auto count = m_socket.Receive(unwanted);
+        if (!count) return Close();
+        if (*count == 0) return; // Ready goes on
+    }
+    asio::post(m_strand, [self = shared_from_this()] { self->Drain(); });
 }
 
 void Connection::Close() {
-    asio::error_code ignored;
-    m_socket.close(ignored);
+    Disconnect();
     m_pause.cancel();
     StopCounting();
     m_service.Remove(shared_from_this());
+}
+
+void Connection::Disconnect() {
+    if (!m_socket.IsOpen()) return;
+    m_ready.Remove(m_socket.Descriptor());
+    m_socket.Close();
 }
 
 void Connection::StopCounting() {

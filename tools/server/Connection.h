@@ -1,5 +1,7 @@
 #pragma once
 
+#include "tools/server/ClientSocket.h"
+#include "tools/server/ReadySockets.h"
 #include "tools/server/Service.h"
 #include "tools/server/Workers.h"
 
@@ -18,11 +20,16 @@ public:
     static constexpr std::chrono::milliseconds kFarewell{1000};
 
     /// number   decides, with the server's seed, which of its replies are spoilt
-    Connection(Socket socket, Service& service, Workers& workers, uint64_t number);
+    Connection(Socket socket, Service& service, Workers& workers, ReadySockets& ready, uint64_t number);
     ~Connection();
 
     /// Serves the client. The service counts it as served, from before this call to its end.
     void Start();
+
+    /// There may be something new to receive, or room to send.
+    /// last     nothing comes after what is there
+    /// later    not within this call: other threads are free to do it
+    void Ready(bool last, bool later);
 
     /// Sends one last line instead of serving, then closes.
     void TurnAway(std::string line);
@@ -33,11 +40,18 @@ public:
     /// Closes it as soon as no exchange is under way.
     void Finish();
 
+    /// Closes its socket, when nothing serves it any more.
+    void Disconnect();
+
 private:
     template <class Handler>
     void OnStrand(Handler handler);
-    void Read();
+    bool Attend();
+    void GoOn(bool last);
     void Serve();
+    Frame NextFrame();
+    bool Receive();
+    void Rest();
     bool AnswerFrame(const Frame& frame);
     bool AnswerText(std::string_view line);
     bool AnswerPacket(std::string_view packet);
@@ -46,11 +60,13 @@ private:
     void FillReply(const Request& request);
     void FillInfo(const Request& request);
     void CountBlock(Clock::time_point began, Clock::time_point ended);
-    std::span<char> Reply() { return {reinterpret_cast<char*>(m_reply.data()), m_reply.size() * 4}; }
+    std::span<char> Reply() {
+        return {reinterpret_cast<char*>(m_work->reply.data()), m_work->reply.size() * 4};
+    }
     bool SendLine(std::string_view line);
     bool SendError(std::string_view error);
     bool Send(std::string_view bytes);
-    void SendRest(std::string_view bytes);
+    bool SendUnsent();
     void Proceed();
     bool RunFaultSteps();
     bool RunFaultStep(const FaultStep& step);
@@ -65,12 +81,24 @@ private:
     void Close();
     void StopCounting();
 
-    Socket m_socket;
+    /// What a request and its answer are in: borrowed while there is something in it, so that one is enough for a
+    /// thread that serves many clients, and stays in its caches.
+    struct Work {
+        explicit Work(size_t largestPacket) : frames(largestPacket) {}
+        FrameBuffer frames;
+        std::vector<uint32_t> reply;
+    };
+    static std::unique_ptr<Work>& SpareWork();
+
+    Strand m_strand;
+    ClientSocket m_socket;
     Service& m_service;
     Workers& m_workers;
-    FrameBuffer m_frames;
-    std::vector<uint32_t> m_reply;
+    ReadySockets& m_ready;
+    std::unique_ptr<Work> m_work; // null: nothing received that is not answered
     std::string m_line;
+    std::string_view m_unsent;              // of the answer
+    std::string_view m_endless;             // sent over and over, unless empty
     std::unique_ptr<Processor> m_processor; // for the first block: most of a stranger's bytes need none
     uint64_t m_blocks = 0;
     double m_blockNanoseconds = 0; // over all blocks of this connection
@@ -78,6 +106,8 @@ private:
     bool m_counted = false;   // as served
     bool m_leaving = false;   // has been sent its last line
     bool m_finishing = false; // the server is about to stop
+    bool m_readable = false;  // there may be something to receive
+    bool m_ended = false;     // nothing comes after what is there
     bool m_waiting = false;   // for the client's next bytes
     bool m_pausing = false;   // for something of our own
     asio::basic_waitable_timer<Clock, asio::wait_traits<Clock>, Strand> m_pause;

@@ -2,6 +2,7 @@
 
 #include "tools/program/Errors.h"
 #include "tools/server/Connection.h"
+#include "tools/server/ReadySockets.h"
 #include "tools/server/Service.h"
 #include "tools/server/ServiceManager.h"
 #include "tools/server/Workers.h"
@@ -37,8 +38,8 @@ using Timer = asio::basic_waitable_timer<Clock, asio::wait_traits<Clock>, Strand
 class Server {
 public:
     explicit Server(const ServerOptions& options)
-        : m_service(options), m_workers(options.threads), m_door(m_workers.MakeStrand()), m_acceptor(m_door),
-          m_sweep(m_door), m_reopen(m_door), m_port(options.port) {
+        : m_service(options), m_workers(options.threads), m_ready(m_workers), m_door(m_workers.MakeStrand()),
+          m_acceptor(m_door), m_sweep(m_door), m_reopen(m_door), m_port(options.port) {
         m_service.refuseFor = [this](milliseconds time, std::function<void()> then) {
             asio::post(m_door, [this, time, then = std::move(then)] {
                 RefuseFor(time);
@@ -67,6 +68,7 @@ private:
 
     Service m_service;
     Workers m_workers;
+    ReadySockets m_ready;
     Strand m_door;
     Acceptor m_acceptor;
     Timer m_sweep;
@@ -229,11 +231,10 @@ void Server::Admit(Socket socket) {
     }
     if (m_service.CountConnections() >= most + kMostFarewells) return;
     asio::error_code ignored; // a peer that is gone already shows up at the first read
-    socket.non_blocking(true, ignored);
     socket.set_option(tcp::no_delay(true), ignored);
 
     const auto connection =
-        std::make_shared<Connection>(std::move(socket), m_service, m_workers, m_service.clients);
+        std::make_shared<Connection>(std::move(socket), m_service, m_workers, m_ready, m_service.clients);
     m_service.Add(connection);
     if (m_service.served >= most) {
         ++m_service.errors;

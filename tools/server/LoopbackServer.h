@@ -42,8 +42,8 @@ struct ServerOptions {
 /// second ends the process with exit code 0 where it stands.
 ///
 /// Per client it holds at most one request (largestPacket), one reply (28 bytes and largestBlock words) and the
-/// state of the processing; a client that does not read its reply is not read from. Replies to .info1 requests
-/// and text lines are never spoilt.
+/// state of the processing, and per thread the room of one more request and reply. A client that does not read
+/// its reply is not read from. Replies to .info1 requests and text lines are never spoilt.
 int RunLoopbackServer(const ServerOptions& options);
 
 } // namespace vrx::tool

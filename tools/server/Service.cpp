@@ -48,6 +48,7 @@ size_t Service::CountConnections() const {
 
 void Service::Clear() {
     const std::lock_guard lock(m_mutex);
+    for (const auto& connection : m_connections) connection->Disconnect();
     m_connections.clear();
 }
 

@@ -32,7 +32,7 @@ public:
     std::vector<std::shared_ptr<Connection>> Connections() const;
     size_t CountConnections() const;
 
-    /// Lets go of all connections, when nothing serves them any more.
+    /// Disconnects and lets go of all connections, when nothing serves them any more.
     void Clear();
 
     const std::chrono::steady_clock::time_point started = std::chrono::steady_clock::now();

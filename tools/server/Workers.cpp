@@ -34,7 +34,7 @@ void Workers::Lead() {
 void Workers::Help() {
     std::unique_lock lock(m_mutex);
     for (;;) {
-        m_changed.wait(lock, [this] { return m_over || Clock::now() < m_shareUntil.load(); });
+        m_changed.wait(lock, [this] { return m_over || AreShared(Clock::now()); });
         if (m_over) break;
         lock.unlock();
         m_io.run_until(m_shareUntil.load());

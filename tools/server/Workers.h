@@ -39,6 +39,9 @@ public:
     void ShareWork(Clock::time_point now);
     static constexpr std::chrono::microseconds kLong{25};
 
+    /// Whether all threads share the work at `now`: then nobody keeps to itself what another could do.
+    bool AreShared(Clock::time_point now) const { return now < m_shareUntil.load(std::memory_order_relaxed); }
+
     /// Waits until all threads have ended, at most for so long; false when one still runs.
     bool AwaitEnd(std::chrono::milliseconds longest);
 

@@ -411,6 +411,33 @@ TEST(ServeProgram, TakesTheLargestBlock) {
     EXPECT_TRUE(reply.substr(kDataAt) == data);
 }
 
+TEST(ServeProgram, AnswersEveryRequestThatWasSentAhead) {
+    const Serve server;
+    const RawClient client(server.Port());
+    constexpr size_t kRequests = 3000; // several times what is received at once
+    std::string requests;
+    for (size_t i = 0; i < kRequests; ++i) requests += kPump;
+    client.Send(requests);
+    client.EndSending();
+    const std::string replies = client.ReceiveRest();
+    ASSERT_EQ(replies.size(), kRequests * kReplyBytes + std::string("<end>").size());
+    for (size_t i = 0; i < kRequests; ++i)
+        ASSERT_EQ(replies.substr(i * kReplyBytes + kDataAt, kData.size()), kData) << i;
+    EXPECT_TRUE(replies.ends_with("<end>"));
+}
+
+TEST(ServeProgram, AnswersWhatComesWithTheEnd) {
+    const Serve server;
+    for (int i = 0; i < 50; ++i) {
+        const RawClient client(server.Port());
+        client.Send(kPump);
+        client.EndSending();
+        const std::string reply = client.ReceiveRest();
+        ASSERT_EQ(reply.size(), kReplyBytes + std::string("<end>").size()) << i;
+        ASSERT_TRUE(reply.ends_with("<end>")) << i;
+    }
+}
+
 TEST(ServeProgram, GivesThePinsInfo) {
     const Serve server({"--pin-frames", "480", "--channels", "6"});
     const RawClient client(server.Port());
