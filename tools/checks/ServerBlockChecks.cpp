@@ -24,11 +24,13 @@ void BlockReply(Trial& trial) {
                 client.Ask(BlockRequest(trial.Target(), shape.words, shape.words)), shape.words);
 }
 
-/// Words that look like something else: a line feed, a marker, zeroes. As floats they are all tiny.
+/// Words that look like something else: line feeds, a marker, zeroes, what terminals and modems mean something by. As
+/// floats they are all tiny.
 void TakesAnyWords(Trial& trial) {
     const std::size_t words = FindBlock(trial).words;
     ServerClient client(trial);
-    for (const std::uint32_t word : {0x0A0A0A0AU, host::kPacketTag, 0U, 0x0A0D0A0DU, 0x80000000U}) {
+    for (const std::uint32_t word : {0x0A0A0A0AU, host::kPacketTag, 0U, 0x0A0D0A0DU, 0x80000000U, 0x00FFFF00U,
+                                     0x1A1A1A1AU, 0x11131113U}) {
         const std::vector<std::uint32_t> in(words, word);
         const std::string when = "for a block whose words are all " + Hex(word);
         ExpectBlock(
