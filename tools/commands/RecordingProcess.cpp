@@ -30,7 +30,7 @@ struct RecordingProcess::Beginning {
 
 /// In the recorder's process. Ends when nobody holds the other end of `lifeline` any more.
 void RecordingProcess::Record(const Begin& begin, int answer, int lifeline) {
-    for (const int number : {SIGINT, SIGTERM, SIGPIPE}) (void)std::signal(number, SIG_IGN);
+    for (const int number : {SIGINT, SIGTERM, SIGPIPE, SIGXFSZ}) (void)std::signal(number, SIG_IGN);
     Beginning beginning;
     {
         std::shared_ptr<void> recorder;
