@@ -23,7 +23,7 @@ using Clock = std::chrono::steady_clock;
 
 asio::ip::tcp::endpoint ServerEndpoint(const CheckTarget& target) {
     asio::error_code error;
-    const asio::ip::tcp::endpoint found = LookUp(target.ConnectHost(), target.ConnectPort(), error);
+    asio::ip::tcp::endpoint found = LookUp(target.ConnectHost(), target.ConnectPort(), error);
     Expect(!error, "the server's name is known",
            "'" + target.host + "' is not known: " + error.message() + "; is it spelt right?",
            "talkers cannot find the server");
