@@ -40,7 +40,7 @@ private:
 
     Workers& m_workers;
     std::mutex m_mutex;
-    asio::posix::stream_descriptor m_set; // an epoll set
+    asio::posix::basic_stream_descriptor<asio::io_context::executor_type> m_set; // an epoll set
     size_t m_sockets = 0;
     bool m_watched = false;
     std::vector<Event> m_events; // of the one delivery that is under way
