@@ -77,7 +77,7 @@ RecordingProcess::RecordingProcess(const std::string& file, const std::string& h
         host::ServerSettings server;
         server.host = host;
         server.port = port;
-        const std::shared_ptr<void> recorder = StartRecording(file, false, server);
+        std::shared_ptr<void> recorder = StartRecording(file, false, server);
         recorderPort = server.detourPort;
         return recorder;
     });
