@@ -319,7 +319,8 @@ double TenSecondsHere() {
 
 void TenSeconds(Trial& trial) {
     constexpr double kLeast = 9;
-    constexpr double kRoom = 2;
+    constexpr double kMost = 12;
+    constexpr double kUneven = 2; // a busy machine is late, and not equally late for each
     static GuardedWords out(4);
     static PinSix pins = {91, 92, 93, 94, 95, 96};
     PluginBench bench(trial);
@@ -351,7 +352,7 @@ void TenSeconds(Trial& trial) {
             const int result = kCalls[i].run(talkers[i].Bare());
             return Ended{result, std::chrono::duration<double>(Clock::now() - began).count()};
         }));
-    const double most = TenSecondsHere() + kRoom;
+    const double most = kMost + kUneven * (TenSecondsHere() - 10);
     std::vector<Ended> ended;
     ended.reserve(ends.size());
     for (auto& end : ends) ended.push_back(end.get());
