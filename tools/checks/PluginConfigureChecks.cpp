@@ -50,6 +50,9 @@ void Connects(Trial& trial) {
     talker.Delete();
     Expect(server.WaitForOpen(0), "deleting a talker closes its connection", "the connection stays open",
            "servers run out of clients");
+    const auto last = server.Take(std::chrono::milliseconds(0));
+    Expect(!last, "deleting a talker sends nothing", "this was sent: " + (last ? Shown(last->bytes) : ""),
+           "a server takes it for a request");
 }
 
 void FiguresStartAtZero(Trial& trial) {
@@ -263,6 +266,8 @@ void ValuesAsTheyStand(Trial& trial) {
          Named("In", " Main out", " my layout")},
         {"equals signs", "server=127.0.0.1,servport=@,clport=7001,input=a=b,output=c=d=e,layout=Main",
          Named("a=b", "c=d=e", "Main")},
+        {"other separators", "server=127.0.0.1,servport=@,clport=7001,input=a;b,output=c|d:e,layout=f&g",
+         Named("a;b", "c|d:e", "f&g")},
         {"quotes", "server=127.0.0.1,servport=@,clport=7001,input=\"In\",output='Out',layout=Main",
          Named("\"In\"", "'Out'", "Main")},
         {"bytes beyond ASCII",

@@ -12,8 +12,12 @@
 #include <clocale>
 #include <csignal>
 #include <cstring>
+#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
+#include <sys/mman.h>
+#include <sys/resource.h>
+#include <sys/select.h>
 #include <sys/stat.h>
 #include <thread>
 #include <unistd.h>
@@ -154,6 +158,7 @@ struct HostState {
     mode_t mask = Mask();
     int rounding = std::fegetround();
     bool denormals = Denormals();
+    int traps = ::fegetexcept();
     std::vector<std::string> environment = Environment();
 
 private:
@@ -208,8 +213,97 @@ void HostsOwn(Trial& trial) {
                "the host's own processing gives other results");
     ExpectSame("the thread's handling of denormal numbers stays as it was, on:", before.denormals,
                after.denormals, "the host's own processing gives other results");
+    ExpectSame("the floating-point traps of the host's thread stay", before.traps, after.traps,
+               "a division by zero somewhere else ends the host");
     Expect(before.environment == after.environment, "the host's environment stays", "it is another one",
            "programs that the host starts behave in another way");
+}
+
+/// Opened by the host after a connection's end, these have the numbers that the connection had.
+class HostsFiles {
+public:
+    HostsFiles() {
+        for (File& file : m_files) {
+            file.descriptor = ::memfd_create("host", MFD_CLOEXEC);
+            file.inode = InodeOf(file.descriptor);
+        }
+    }
+    ~HostsFiles() {
+        for (const File& file : m_files) ::close(file.descriptor);
+    }
+    HostsFiles(const HostsFiles&) = delete;
+    HostsFiles& operator=(const HostsFiles&) = delete;
+
+    /// Each number still stands for the same file.
+    bool AreOpen() const {
+        return std::ranges::all_of(m_files,
+                                   [](const File& file) { return InodeOf(file.descriptor) == file.inode; });
+    }
+
+private:
+    struct File {
+        int descriptor = -1;
+        ino_t inode = 0;
+    };
+
+    static ino_t InodeOf(int descriptor) {
+        struct stat state {};
+        return ::fstat(descriptor, &state) == 0 ? state.st_ino : 0;
+    }
+
+    std::array<File, 8> m_files;
+};
+
+/// A descriptor that is closed twice is somebody else's the second time.
+void HostsDescriptors(Trial& trial) {
+    PluginBench bench(trial);
+    StubServer server;
+    CheckedTalker talker = bench.Connected(server);
+    Words words(4);
+    std::string reply;
+    const auto expectOpen = [](const HostsFiles& files, const char* when) {
+        Expect(files.AreOpen(), std::string(when) + ", the host's own files are still open",
+               "one of them was closed", "a talker that closes a descriptor twice closes a file of its host");
+    };
+    server.Then(Answer::Ending(Answer::kClose));
+    (void)talker.Pump(words.data(), words.data(), 4, 4);
+    const HostsFiles afterClose;
+    (void)talker.Pump(words.data(), words.data(), 4, 4);
+    expectOpen(afterClose, "after a closed connection and a block over the next one");
+    server.Then(Answer::Ending(Answer::kReset));
+    (void)talker.Send("status", reply);
+    const HostsFiles afterReset;
+    (void)talker.Configure(ArgumentLine(server.Port()));
+    expectOpen(afterReset, "after a reset connection and Configure");
+    server.Drop(Answer::kStopAll);
+    (void)talker.Pump(words.data(), words.data(), 4, 4);
+    (void)talker.Configure(ArgumentLine(server.Port()));
+    const HostsFiles afterRefusal;
+    talker.Delete();
+    for (const HostsFiles* files : {&afterClose, &afterReset, &afterRefusal})
+        expectOpen(*files, "after the talker's end");
+}
+
+/// With so many files of the host that new descriptors have numbers that select() cannot take.
+void ManyDescriptors(Trial& trial) {
+    constexpr int kBeyondSelect = FD_SETSIZE + 50;
+    rlimit limit{};
+    (void)::getrlimit(RLIMIT_NOFILE, &limit);
+    limit.rlim_cur = std::min<rlim_t>(limit.rlim_max, 2 * FD_SETSIZE);
+    (void)::setrlimit(RLIMIT_NOFILE, &limit);
+    if (limit.rlim_cur < kBeyondSelect + 50) throw Untried{"this system allows no more descriptors"};
+    PluginBench bench(trial);
+    StubServer server;
+    while (::fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0) < kBeyondSelect) { // they end with this process
+    }
+    CheckedTalker talker = bench.Connected(server);
+    Words words(4);
+    const char* means = "a host with many files, or many talkers, is damaged";
+    ExpectSame("beside 1,024 files of the host, PumpAudio returns", 0,
+               talker.Pump(words.data(), words.data(), 4, 4), means);
+    std::string reply;
+    ExpectSame("beside 1,024 files of the host, SendMessage returns", int{kReplied},
+               talker.Send("status", reply), means);
 }
 
 /// What is written to standard error merely disturbs.
@@ -340,8 +434,12 @@ constexpr Check kPluginMannersChecks[] = {
     {"hosts-own", CheckTarget::kPlugin, 5,
      "The host's locale, folder, environment and floating-point settings stay as they are.", "connects", 20,
      HostsOwn},
+    {"hosts-descriptors", CheckTarget::kPlugin, 5, "No descriptor of the host is closed.", "connects", 20,
+     HostsDescriptors},
     {"standard-error", CheckTarget::kPlugin, 5, "Nothing is written to standard error (warns).", "connects",
      20, StandardError},
+    {"many-descriptors", CheckTarget::kPlugin, 6, "Descriptors beyond 1,024 do no harm.", "connects", 20,
+     ManyDescriptors},
     {"figures-while-waiting", CheckTarget::kPlugin, 7, "The figures can be read while a block waits.",
      "connects", 30, FiguresWhileWaiting},
     {"signals-while-waiting", CheckTarget::kPlugin, 8,

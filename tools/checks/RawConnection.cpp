@@ -48,9 +48,7 @@ asio::error_code RawConnection::Connect(const asio::ip::tcp::endpoint& to) {
 asio::error_code RawConnection::Open(const asio::ip::tcp::endpoint& to, std::string_view connectText) {
     asio::error_code error = Connect(to);
     if (!error) error = Send(connectText);
-    std::string answer;
-    while (!error && answer.find('\n') == std::string::npos) error = Receive(answer);
-    return error;
+    return error ? error : ReadReply(*this).error;
 }
 
 asio::error_code RawConnection::Send(std::string_view bytes) {

@@ -23,7 +23,7 @@ public:
     explicit RawConnection(std::chrono::milliseconds limit) : m_limit(limit) {}
 
     asio::error_code Connect(const asio::ip::tcp::endpoint& to);
-    /// Connects, sends the connect text and takes the line that answers.
+    /// Connects, sends the connect text and takes its answer.
     asio::error_code Open(const asio::ip::tcp::endpoint& to, std::string_view connectText);
     asio::error_code Send(std::string_view bytes);
     /// Appends what one receive delivers; asio::error::eof at the end of the stream.

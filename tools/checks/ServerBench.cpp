@@ -167,6 +167,11 @@ bool ServerClient::Quiet(milliseconds time) {
     return ::poll(&waiting, 1, static_cast<int>(time.count())) != 1;
 }
 
+bool ServerClient::MoreComes(milliseconds time) {
+    char byte = 0;
+    return !Quiet(time) && ::recv(m_socket.native_handle(), &byte, 1, MSG_PEEK | MSG_DONTWAIT) > 0;
+}
+
 void ServerClient::Reset() {
     asio::error_code ignored;
     m_socket.set_option(asio::socket_base::linger(true, 0), ignored);
@@ -232,13 +237,22 @@ BlockShape FindBlock(Trial& trial) {
          "--output, --block and --channels"}};
 }
 
-std::optional<std::size_t> SegmentWords(Trial& trial, const BlockShape& shape) {
-    constexpr std::size_t kMost = (host::kSegmentBytes - host::kReplyHeaderBytes) / 4;
-    if (shape.words <= kMost) return shape.words;
-    const std::size_t words = kMost / shape.channels * shape.channels;
+namespace {
+
+constexpr std::size_t kMostOfSegment = (host::kSegmentBytes - host::kReplyHeaderBytes) / 4;
+
+} // namespace
+
+std::optional<std::size_t> LargestOfSegment(Trial& trial, const BlockShape& shape) {
+    const std::size_t words = kMostOfSegment / shape.channels * shape.channels;
     ServerClient client(trial);
     if (!client.Ask(BlockRequest(trial.Target(), words, words)).Accepted()) return std::nullopt;
     return words;
+}
+
+std::optional<std::size_t> SegmentWords(Trial& trial, const BlockShape& shape) {
+    if (shape.words <= kMostOfSegment) return shape.words;
+    return LargestOfSegment(trial, shape);
 }
 
 std::string BlockRequest(const CheckTarget& target, std::size_t in, std::size_t out) {

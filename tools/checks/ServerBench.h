@@ -77,8 +77,11 @@ public:
     /// So many bytes, or what there is of them when the connection ends or nothing comes for kServerPatience.
     std::string Take(std::size_t count);
 
-    /// True when nothing comes for so long.
+    /// True when nothing comes for so long, not even the end.
     bool Quiet(std::chrono::milliseconds time);
+
+    /// True when bytes come within this time. They are not taken.
+    bool MoreComes(std::chrono::milliseconds time);
 
     void Reset();
     void Close();
@@ -101,7 +104,10 @@ struct BlockShape {
 /// is none.
 BlockShape FindBlock(Trial& trial);
 
-/// A number of words whose reply fits one segment; none when the server takes no block of that size.
+/// The most words of whole frames whose reply fits one segment; none when the server takes no block of that size.
+std::optional<std::size_t> LargestOfSegment(Trial& trial, const BlockShape& shape);
+
+/// The words of `shape` where their reply fits one segment, else LargestOfSegment.
 std::optional<std::size_t> SegmentWords(Trial& trial, const BlockShape& shape);
 
 /// A request for `in` words of a quiet tone and `out` words back.

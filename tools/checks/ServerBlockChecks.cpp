@@ -59,13 +59,22 @@ void OneReply(Trial& trial) {
     }
 }
 
-/// More words in than out, or the other way round: answered as asked, or refused.
+/// More words in than out, or the other way round, and blocks of few and odd frames: answered as asked, or refused.
 void Counts(Trial& trial) {
-    const std::size_t words = FindBlock(trial).words;
+    const BlockShape shape = FindBlock(trial);
+    const std::size_t words = shape.words;
+    const std::size_t frame = shape.channels;
     ServerClient client(trial);
-    const std::pair<std::size_t, std::size_t> kCounts[] = {
-        {words, 0},         {0, words},         {0, 0},        {words, words / 2},
-        {words, 2 * words}, {words / 2, words}, {words, words}};
+    const std::pair<std::size_t, std::size_t> kCounts[] = {{words, 0},
+                                                           {0, words},
+                                                           {0, 0},
+                                                           {words, words / 2},
+                                                           {words, 2 * words},
+                                                           {words / 2, words},
+                                                           {frame, frame},
+                                                           {3 * frame, 3 * frame},
+                                                           {words - frame, words - frame},
+                                                           {words, words}};
     for (const auto& [in, out] : kCounts) {
         const std::string when =
             "for a block of " + std::to_string(in) + " words in and " + std::to_string(out) + " out";
@@ -94,8 +103,8 @@ void LargeBlocks(Trial& trial) {
 }
 
 /// A size whose reply fits one segment.
-std::size_t SmallBlock(Trial& trial) {
-    const auto words = SegmentWords(trial, FindBlock(trial));
+std::size_t SmallBlock(Trial& trial, const BlockShape& shape) {
+    const auto words = SegmentWords(trial, shape);
     if (!words) throw Untried{"the server takes no block whose reply fits one segment"};
     return *words;
 }
@@ -119,15 +128,19 @@ void ExpectOnePiece(const WholeReplies& replies) {
            "a talker takes what one receive delivers and loses the rest: send each reply with one call");
 }
 
+/// The usual size, and the largest of one segment where the server takes it.
 void OnePiece(Trial& trial) {
-    const std::size_t words = SmallBlock(trial);
-    const WholeReplies replies = AskedAgain(trial, BlockRequest(trial.Target(), words, words), 100);
-    const RawReply& last = replies.last;
-    Expect(!last.error && last.isPacket, "each block is answered with a packet",
-           "block " + std::to_string(replies.whole + 1) + ": " +
-               (last.error ? last.error.message() : "the text " + Shown(last.bytes)),
-           "hosts lose blocks");
-    ExpectOnePiece(replies);
+    const BlockShape shape = FindBlock(trial);
+    const std::size_t usual = SmallBlock(trial, shape);
+    for (const std::size_t words : {usual, LargestOfSegment(trial, shape).value_or(usual)}) {
+        const WholeReplies replies = AskedAgain(trial, BlockRequest(trial.Target(), words, words), 50);
+        const RawReply& last = replies.last;
+        Expect(!last.error && last.isPacket, "each block is answered with a packet",
+               "block " + std::to_string(replies.whole + 1) + ": " +
+                   (last.error ? last.error.message() : "the text " + Shown(last.bytes)),
+               "hosts lose blocks");
+        ExpectOnePiece(replies);
+    }
 }
 
 void PinsInOnePiece(Trial& trial) {
@@ -150,6 +163,7 @@ void FiniteFloats(Trial& trial) {
         if (block % 5 == 0) std::ranges::fill(in, 0);
         const ServerReply reply = client.Ask(
             SamplesRequest(ServerNames(trial.Target()), in, static_cast<std::uint32_t>(shape.words)));
+        if (!reply.Accepted()) continue;
         for (std::size_t i = 0; i < reply.DataWords(); ++i) {
             const std::uint32_t word = reply.Word(host::kReplyHeaderBytes + 4 * i);
             const Observation what{"samples between -1 and 1 give samples that are finite numbers",
@@ -167,7 +181,7 @@ void FiniteFloats(Trial& trial) {
 void NoStalls(Trial& trial) {
     constexpr int kBlocks = 60;
     constexpr double kStall = 0.035;
-    const std::size_t words = SmallBlock(trial);
+    const std::size_t words = SmallBlock(trial, FindBlock(trial));
     ServerClient client(trial);
     std::vector<double> times;
     times.reserve(kBlocks);

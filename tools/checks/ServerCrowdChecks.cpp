@@ -4,6 +4,7 @@
 #include "host/Packet.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstring>
 #include <deque>
 #include <thread>
@@ -107,7 +108,8 @@ void WholeReplies(Trial& trial) {
     const std::size_t words = FindBlock(trial).words;
     ServerClient client(trial);
     const ServerReply reply = client.Ask(BlockRequest(target, words, host::kWholeReplyWords));
-    if (reply.Refused())
+    const bool ended = reply.kind == ServerReply::kEnd || reply.kind == ServerReply::kReset;
+    if (reply.Refused() || (ended && reply.bytes.empty()))
         throw Untried{"the server gives no 2,040 words for a block of " + std::to_string(words)};
     ExpectBlock("asked for 2,040 words", reply, host::kWholeReplyWords);
     ExpectServed(client, target, words, "after a reply of 2,040 words");
@@ -118,12 +120,11 @@ std::string Samples(const ServerReply& reply) {
     return reply.bytes.substr(std::min(reply.bytes.size(), host::kReplyHeaderBytes));
 }
 
-/// The replies to a fixed row of blocks, which a server's state makes differ from each other.
-std::vector<std::string> Replies(ServerClient& client, const CheckTarget& target, std::size_t words,
-                                 int blocks) {
+/// The replies to so many times this request, which a server's state makes differ from each other.
+std::vector<std::string> Replies(ServerClient& client, const std::string& request, int blocks) {
     std::vector<std::string> replies;
     for (int i = 0; i < blocks; ++i) {
-        const ServerReply reply = client.Ask(BlockRequest(target, words, words));
+        const ServerReply reply = client.Ask(request);
         Expect(reply.Accepted(), "each client's blocks are answered", reply.Shown(),
                "a client is not served");
         replies.push_back(Samples(reply));
@@ -131,11 +132,11 @@ std::vector<std::string> Replies(ServerClient& client, const CheckTarget& target
     return replies;
 }
 
-/// The replies that a client gets to so many blocks; none when they differ from client to client.
-std::vector<std::string> SameReplies(Trial& trial, std::size_t words, int blocks) {
+/// The replies that a client gets to so many times this request; none when they differ from client to client.
+std::vector<std::string> SameReplies(Trial& trial, const std::string& request, int blocks) {
     const auto alone = [&] {
         ServerClient client(trial);
-        return Replies(client, trial.Target(), words, blocks);
+        return Replies(client, request, blocks);
     };
     std::vector<std::string> first = alone();
     if (first != alone()) first.clear();
@@ -155,23 +156,35 @@ void Fill(Trial& trial, std::deque<ServerClient>& clients, int count) {
     }
 }
 
+/// A request for words that are all this sample.
+std::string ConstantRequest(const CheckTarget& target, std::size_t words, float sample) {
+    const std::vector<std::uint32_t> in(words, std::bit_cast<std::uint32_t>(sample));
+    return SamplesRequest(ServerNames(target), in, static_cast<std::uint32_t>(words));
+}
+
+/// Every other client sends another sound, at the same time.
 void ManyClients(Trial& trial) {
     constexpr int kClients = 24;
     constexpr std::size_t kRounds = 5;
     const std::size_t words = FindBlock(trial).words;
-    const std::vector<std::string> alone = SameReplies(trial, words, int{kRounds});
+    const std::string requests[] = {BlockRequest(trial.Target(), words, words),
+                                    ConstantRequest(trial.Target(), words, 0.25F)};
+    const std::vector<std::string> alone[] = {SameReplies(trial, requests[0], int{kRounds}),
+                                              SameReplies(trial, requests[1], int{kRounds})};
     std::deque<ServerClient> clients;
     Fill(trial, clients, kClients);
     for (std::size_t round = 0; round < kRounds; ++round) {
-        for (ServerClient& client : clients) client.Send(BlockRequest(trial.Target(), words, words));
-        for (ServerClient& client : clients) {
-            const ServerReply reply = client.Receive();
-            if (reply.Refused())
+        for (std::size_t i = 0; i < clients.size(); ++i) clients[i].Send(requests[i % 2]);
+        for (std::size_t i = 0; i < clients.size(); ++i) {
+            const ServerReply reply = clients[i].Receive();
+            const bool turnedAway =
+                round == 0 && i > 0 && (reply.kind == ServerReply::kEnd || reply.kind == ServerReply::kReset);
+            if (reply.Refused() || turnedAway)
                 throw Untried{"the server does not take blocks of so many clients: " + reply.Shown()};
             ExpectBlock("with 24 clients at a time", reply, words);
-            if (!alone.empty())
+            if (!alone[i % 2].empty())
                 ExpectBytes("block " + std::to_string(round + 1) + " of each of 24 clients, samples",
-                            alone[round], Samples(reply), "one host hears what another one sends");
+                            alone[i % 2][round], Samples(reply), "one host hears what another one sends");
         }
     }
 }
@@ -180,18 +193,16 @@ void SeparateState(Trial& trial) {
     constexpr int kBlocks = 6;
     const CheckTarget& target = trial.Target();
     const std::size_t words = FindBlock(trial).words;
-    const std::vector<std::string> first = SameReplies(trial, words, kBlocks);
+    const std::string request = BlockRequest(target, words, words);
+    const std::vector<std::string> first = SameReplies(trial, request, kBlocks);
     if (first.empty()) throw Untried{"the server gives other samples each time"};
     ServerClient one(trial, false);
     ServerClient other(trial, false);
     if (!one.Ask(ServerConnectText(target)).IsAnswer() || !other.Ask(ServerConnectText(target)).IsAnswer())
         throw Untried{"the server takes one client at a time"};
     for (int i = 0; i < kBlocks; ++i) {
-        const std::string shifted =
-            SamplesRequest(ServerNames(target), std::vector<std::uint32_t>(words, 0x3E800000),
-                           static_cast<std::uint32_t>(words));
-        (void)other.Ask(shifted);
-        const ServerReply reply = one.Ask(BlockRequest(target, words, words));
+        (void)other.Ask(ConstantRequest(target, words, 0.25F));
+        const ServerReply reply = one.Ask(request);
         ExpectBytes("block " + std::to_string(i + 1) + " beside another client, samples",
                     first[static_cast<std::size_t>(i)], Samples(reply),
                     "one host hears what another one sends");

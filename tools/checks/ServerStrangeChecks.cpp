@@ -53,6 +53,23 @@ void UnknownText(Trial& trial) {
     }
 }
 
+/// More than a line's buffer holds: answered once, or the end of the connection.
+void LongText(Trial& trial) {
+    const std::size_t words = FindBlock(trial).words;
+    for (const std::size_t length : {3000U, 10000U, 70000U}) {
+        const std::string what = "a text of " + std::to_string(length) + " characters";
+        ServerClient client(trial);
+        const ServerReply reply = client.Ask(std::string(length, 'y') + "\n");
+        Expect(reply.kind != ServerReply::kSilence, what + " is answered, or ends the connection",
+               reply.Shown(), kStuck);
+        if (!reply.IsAnswer()) continue;
+        Expect(reply.Alone() && !client.MoreComes(kQuiet), what + " is answered once",
+               "more came after " + reply.Shown(), "a talker takes it for the answer to its next request");
+    }
+    ServerClient client(trial);
+    ExpectServed(client, trial.Target(), words, "after long texts");
+}
+
 void UnknownCommand(Trial& trial) {
     const std::size_t words = FindBlock(trial).words;
     ServerClient client(trial);
@@ -74,6 +91,33 @@ void TextAndBlocks(Trial& trial) {
                "more came: " + Shown(text.bytes), "a talker takes it for the answer to its next request");
         ExpectBlock("after text", client.Ask(BlockRequest(trial.Target(), words, words)), words);
     }
+}
+
+/// What nobody asked for waits for the talker's next request and is taken for its answer.
+void QuietWhenIdle(Trial& trial) {
+    constexpr milliseconds kLong{2500};
+    const std::size_t words = FindBlock(trial).words;
+    ServerClient client(trial);
+    ExpectBlock("for a block", client.Ask(BlockRequest(trial.Target(), words, words)), words);
+    Expect(!client.MoreComes(kLong),
+           "between two requests nothing comes, but perhaps the end of the connection",
+           "something came that nobody asked for", "a talker takes it for the answer to its next request");
+}
+
+/// Hosts ask once, and configure their talkers again later.
+void PinsStay(Trial& trial) {
+    const CheckTarget& target = trial.Target();
+    const std::size_t words = FindBlock(trial).words;
+    ServerClient client(trial);
+    const ServerReply before = client.Ask(ServerPinRequest(target));
+    if (!before.Accepted()) throw Untried{"the server does not describe these pins: " + before.Shown()};
+    for (int i = 0; i < 3; ++i)
+        ExpectBlock("after the pins", client.Ask(BlockRequest(target, words, words)), words);
+    const ServerReply after = client.Ask(ServerPinRequest(target));
+    ExpectBlock("asked for the pins after blocks", after, 2);
+    for (const std::size_t at : {host::kReplyHeaderBytes, host::kReplyHeaderBytes + 4})
+        ExpectSame("after blocks, the pin word at byte " + std::to_string(at) + " is", Hex(before.Word(at)),
+                   Hex(after.Word(at)), "hosts size their blocks by what they asked once");
 }
 
 /// A talker that lost its connection sends the next block at once, without a connect text.
@@ -143,12 +187,18 @@ constexpr Check kServerStrangeChecks[] = {
      UnknownNames},
     {"unknown-text", CheckTarget::kServer, 5, "Any line of text is answered, and the connection stands.",
      "takes-blocks", 60, UnknownText},
+    {"long-text", CheckTarget::kServer, 5,
+     "Long lines of text are answered once each, or end their connection.", "takes-blocks", 60, LongText},
     {"unknown-command", CheckTarget::kServer, 5,
      "A packet with another command is answered, and the connection "
      "stands.",
      "takes-blocks", 60, UnknownCommand},
     {"text-and-blocks", CheckTarget::kServer, 5, "Text and blocks take turns on one connection.",
      "takes-blocks", 60, TextAndBlocks},
+    {"quiet-when-idle", CheckTarget::kServer, 5, "Nothing comes that nobody asked for.", "takes-blocks", 60,
+     QuietWhenIdle},
+    {"pins-stay", CheckTarget::kServer, 5, "The pins are the same after blocks.", "takes-blocks", 60,
+     PinsStay},
     {"block-without-connect", CheckTarget::kServer, 5,
      "A reconnecting talker's block is answered without a connect text; being refused warns.", "takes-blocks",
      60, BlockWithoutConnect},

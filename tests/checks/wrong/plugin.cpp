@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <arpa/inet.h>
 #include <atomic>
+#include <cfenv>
 #include <chrono>
 #include <csignal>
 #include <cstdint>
@@ -20,6 +21,7 @@
 #include <poll.h>
 #include <stdexcept>
 #include <string>
+#include <sys/select.h>
 #include <sys/socket.h>
 #include <thread>
 #include <unistd.h>
@@ -68,7 +70,8 @@ void TakeItem(const std::string& item, Settings& settings) {
 Settings Parse(const std::string& text) {
     Settings settings;
     for (std::size_t at = 0; at <= text.size();) {
-        const std::size_t comma = std::min(text.find(',', at), text.size());
+        const char* separators = Is("semicolons-separate") ? ",;" : ",";
+        const std::size_t comma = std::min(text.find_first_of(separators, at), text.size());
         TakeItem(text.substr(at, comma - at), settings);
         at = comma + 1;
     }
@@ -106,6 +109,8 @@ public:
     bool Open() const { return m_socket >= 0; }
 
     void Close() {
+        if (!Open() && m_last >= 0 && Is("closes-twice")) ::close(m_last);
+        m_last = m_socket;
         if (Open()) ::close(m_socket);
         m_socket = -1;
     }
@@ -144,6 +149,7 @@ public:
 
     /// Appends what one receive delivers; negative: why nothing came.
     int Receive(std::string& bytes, int limit) {
+        if (Is("selects")) Select();
         pollfd waiting{m_socket, POLLIN, 0};
         const int ready = ::poll(&waiting, 1, limit);
         if (ready < 0 && Is("fails-on-signals")) return CVRXTalker::kReceiveFailed;
@@ -164,7 +170,16 @@ public:
     }
 
 private:
+    void Select() const {
+        if (m_socket >= FD_SETSIZE) std::abort(); // as the C library's own guard does
+        fd_set sockets;
+        FD_ZERO(&sockets);
+        FD_SET(m_socket, &sockets);
+        (void)::select(m_socket + 1, &sockets, nullptr, nullptr, nullptr);
+    }
+
     int m_socket = -1;
+    int m_last = -1;
 };
 
 std::uint32_t sharedAverage = 0;
@@ -191,6 +206,7 @@ public:
         if (Is("leaks-thread"))
             std::thread([] { std::this_thread::sleep_for(std::chrono::hours(1)); }).detach();
         if (Is("says-goodbye")) Line("goodbye");
+        if (Is("tells-its-end") && m_channel.Open()) (void)m_channel.Send("bye\n", 4);
         if (Is("slow-delete")) std::this_thread::sleep_for(std::chrono::milliseconds(1200));
         if (Is("thread-lives-on")) std::thread([] { RunOn(std::chrono::milliseconds(150)); }).detach();
         m_stop = true;
@@ -215,6 +231,7 @@ public:
         if (Is("thread-each-configure"))
             std::thread([] { std::this_thread::sleep_for(std::chrono::hours(1)); }).detach();
         if (Is("changes-folder")) (void)::chdir("/");
+        if (Is("sets-traps")) (void)::feenableexcept(FE_DIVBYZERO);
         if (Is("changes-environment")) (void)::setenv("VRX_TALKER", "1", 1);
         Settings settings = Parse(args);
         const char* const keys[] = {"server", "servport", "clport", "input", "output", "layout"};

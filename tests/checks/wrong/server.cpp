@@ -1,6 +1,7 @@
 // A small server of another make: a thread for each client, a gain of a half, its own words. It is right; with the
 // name of one of the switches below as its argument it is wrong in that one way. Prints its port.
 
+#include <algorithm>
 #include <arpa/inet.h>
 #include <atomic>
 #include <bit>
@@ -88,7 +89,8 @@ private:
     }
 
     void Send(const std::string& bytes) const {
-        const std::size_t first = Is("two-pieces") && bytes.size() > 28 ? 28 : bytes.size();
+        const std::size_t cut = Is("two-pieces") ? 28 : Is("pieces-of-1024") ? 1024 : bytes.size();
+        const std::size_t first = std::min(cut, bytes.size());
         if (::send(m_socket, bytes.data(), first, MSG_NOSIGNAL) <= 0 || first == bytes.size()) return;
         std::this_thread::sleep_for(milliseconds(1));
         (void)::send(m_socket, bytes.data() + first, bytes.size() - first, MSG_NOSIGNAL);
@@ -101,6 +103,8 @@ private:
         const std::size_t most = Is("lines-hold-up") ? std::string::npos : kLargest;
         std::size_t feed = 0;
         while ((feed = m_bytes.find('\n')) == m_bytes.npos) {
+            if (Is("lines-of-4096") && m_bytes.size() >= 4096) m_bytes.insert(4096, "\n");
+            if (Is("lines-of-4096") && m_bytes.size() > 4096) continue;
             if (m_bytes.size() > most || !Fill(m_bytes.size() + 1)) return false;
         }
         const std::string line = m_bytes.substr(0, feed);
@@ -163,6 +167,8 @@ private:
             data[i] = Half(WordAt(packet, 20 + 4 * i));
         if (Is("one-word-short") && !data.empty()) data.pop_back();
         if (Is("input-count")) data.resize(arguments - 1);
+        if (Is("whole-vectors")) data.resize(data.size() / 4 * 4);
+        if (Is("one-buffer")) data = ThroughOneBuffer(data);
         if (Is("thousand-words") && data.size() > 1000) data.resize(1000);
         if (Is("nan") && !data.empty()) data.back() = 0x7FC00000;
         if (Is("short-at-2040") && data.size() > 2000) data.resize(2000);
@@ -174,6 +180,8 @@ private:
         Send(Packet(Is("negative-status") ? 0xFFFFFFFF : 0, data));
         if (Is("replies-twice") && ++asked % 5 == 0) Send(Packet(0, data));
         if (Is("fails-in-time") && ++asked > 3000) return false;
+        if (Is("tells-the-time")) std::thread(TellTheTime, ::dup(m_socket)).detach();
+        ++m_blocks;
         return true;
     }
 
@@ -181,6 +189,7 @@ private:
         if (path != "-1,In.info1,Out.info1") return Is("ignores-unknown-names") ? true : Refuse("pins");
         std::vector<std::uint32_t> pins(words, 64U << 10 | 2 | 1U << 27);
         if (Is("pins-differ")) pins[0] += ++asked << 10;
+        if (Is("pins-tell-blocks")) pins[0] += m_blocks << 10;
         if (Is("pins-too-long")) pins.push_back(0);
         Send(Packet(0, pins));
         return true;
@@ -190,8 +199,23 @@ private:
         return std::bit_cast<std::uint32_t>(std::bit_cast<float>(word) * 0.5F);
     }
 
+    /// All clients' samples go through the same memory, and no lock.
+    static std::vector<std::uint32_t> ThroughOneBuffer(const std::vector<std::uint32_t>& data) {
+        static std::atomic<std::uint32_t> buffer[kLargest / 4];
+        for (std::size_t i = 0; i < data.size(); ++i) buffer[i] = data[i];
+        std::this_thread::sleep_for(milliseconds(1));
+        return {buffer, buffer + data.size()};
+    }
+
+    static void TellTheTime(int socket) {
+        std::this_thread::sleep_for(milliseconds(1500));
+        (void)::send(socket, "later\n", 6, MSG_NOSIGNAL);
+        ::close(socket);
+    }
+
     int m_socket;
     bool m_connected = false;
+    unsigned m_blocks = 0;
     std::string m_bytes;
 };
 
