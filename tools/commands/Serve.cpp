@@ -110,7 +110,8 @@ void AddProcessing(CLI::App& command, Arguments& arguments) {
     command
         .add_option("--process", arguments.steps,
                     "pass, gain=DB, invert, delay=FRAMES, lowpass=HZ or an LV2 plug-in,\n"
-                    "lv2=URI[;SYMBOL=VALUE...]; lv2=list lists those that are installed.\n"
+                    "lv2=URI[;SYMBOL=VALUE...]; lv2=list lists those that are installed;\n"
+                    "one that crashes takes the server and all its clients with it.\n"
                     "Given repeatedly, each works on what the one before made")
         ->allow_extra_args(false);
     command.add_option("--samples", shape.format, "What the words are: f32 (default) or s32")
