@@ -147,6 +147,7 @@ vrx_recipe(network.ssh network/ssh.sh)
 vrx_recipe(network.farm network/farm.sh ${PROJECT_SOURCE_DIR}/docs/farm.md)
 vrx_recipe(network.metrics network/metrics.sh ${PROJECT_SOURCE_DIR}/examples/vrx-metrics)
 vrx_recipe(systemd_units packaging/systemd_units.sh ${PROJECT_SOURCE_DIR}/packaging/systemd)
+vrx_recipe(systemd_run packaging/systemd_run.sh ${PROJECT_SOURCE_DIR}/packaging/systemd)
 
 if(TARGET vrx_capture)
   add_executable(capture_tests
