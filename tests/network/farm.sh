@@ -10,7 +10,7 @@ clients=50
 
 for name in a b c; do serve $name --pin-frames 256 --channels 1; done
 free_port front
-sed -n '/^```haproxy$/,/^```$/{//!p}' "$page" |
+block "$page" haproxy 1 |
     sed "s/:7000$/:$front/; s/:7001$/:$a/; s/:7002$/:$b/; s/:7003$/:$c/; s|/run/haproxy/admin.sock|$work/admin|" >haproxy.cfg
 haproxy -c -f haproxy.cfg >haproxy.log 2>&1 || fail "haproxy does not take the configuration: $(<haproxy.log)"
 haproxy -db -f haproxy.cfg >>haproxy.log 2>&1 &

@@ -1,7 +1,8 @@
 #!/bin/bash
-# The recipe for ssh: a forwarded port with a key that may do nothing else.
+# The recipe for ssh as docs/network.md shows it: a forwarded port with a key that may do nothing else.
 #
-#   ssh.sh VRX PLUGIN
+#   ssh.sh VRX PLUGIN DOCS_NETWORK_MD
+page=$(realpath "$3")
 . "$(dirname "$0")/support.sh"
 need ssh sshd ssh-keygen sox jq
 
@@ -10,7 +11,7 @@ free_port door
 ssh-keygen -q -t ed25519 -N '' -f host
 ssh-keygen -q -t ed25519 -N '' -f ours
 ssh-keygen -q -t ed25519 -N '' -f stranger
-echo "restrict,port-forwarding,command=\"/bin/false\",permitopen=\"127.0.0.1:$inner\" $(<ours.pub)" >authorized
+block "$page" text 1 | sed "s|127.0.0.1:7000|127.0.0.1:$inner|; s|ssh-ed25519 AAAA.*|$(<ours.pub)|" >authorized
 cat >sshd.conf <<CONF
 ListenAddress 127.0.0.1
 Port $door
@@ -29,11 +30,19 @@ started+=($!)
 eventually listens "$door"
 echo "[127.0.0.1]:$door $(<host.pub)" >known
 
-# forward KEY LOCAL TARGET: exits with ssh's code when that ends
+cat >here.conf <<CONF
+Port $door
+IdentitiesOnly yes
+IdentityAgent none
+UserKnownHostsFile known
+StrictHostKeyChecking yes
+BatchMode yes
+CONF
+# forward KEY LOCAL TARGET: the page's command; exits with ssh's code when that ends
 forward() {
-    ssh -F none -N -p "$door" -i "$1" -o IdentitiesOnly=yes -o IdentityAgent=none -o UserKnownHostsFile=known \
-        -o StrictHostKeyChecking=yes -o BatchMode=yes -o ExitOnForwardFailure=yes \
-        -L "127.0.0.1:$2:127.0.0.1:$3" "$(id -un)@127.0.0.1"
+    local command
+    command=$(block "$page" sh 2 | sed "s|127.0.0.1:7000:127.0.0.1:7000|127.0.0.1:$2:127.0.0.1:$3|; s|user@SERVER|$(id -un)@127.0.0.1|")
+    eval "exec ${command/ssh/ssh -F here.conf -i $1}"
 }
 free_port here
 forward ours "$here" "$inner" >ssh.log 2>&1 &
@@ -46,9 +55,13 @@ pump "$here" in.wav ssh.wav --json >ssh.json || fail "the right key does not pas
 same_samples plain.wav ssh.wav || fail "the tunnel changes samples"
 
 free_port nowhere
-! forward stranger "$nowhere" "$inner" >refused.log 2>&1 || fail "a foreign key was let in"
-grep -q 'Permission denied' refused.log || fail "refused for another reason: $(<refused.log)"
-! listens "$nowhere" 2>/dev/null || fail "a stranger's port listens"
+for key in stranger /dev/null; do # a foreign key, none
+    ! (forward $key "$nowhere" "$inner") >refused.log 2>&1 || fail "let in with $key"
+    grep -q 'Permission denied' refused.log || fail "refused for another reason: $(<refused.log)"
+    ! listens "$nowhere" 2>/dev/null || fail "a stranger's port listens"
+done
+! pump "$door" in.wav nothing.wav >refused.log 2>&1 || fail "plain text passes"
+[ "$(errors_of "$inner")" = 0 ] || fail "something foreign reached the server"
 
 # The right key opens no other port, and runs no command.
 serve other
@@ -56,8 +69,7 @@ forward ours "$nowhere" "$other" >elsewhere.log 2>&1 &
 started+=($!)
 eventually listens "$nowhere"
 ! pump "$nowhere" in.wav nothing.wav >refused.log 2>&1 || fail "the key opened another port"
-! ssh -F none -p "$door" -i ours -o UserKnownHostsFile=known -o StrictHostKeyChecking=yes -o BatchMode=yes \
-    -T "$(id -un)@127.0.0.1" true >command.log 2>&1 || fail "the key ran a command"
+! ssh -F here.conf -i ours -T "$(id -un)@127.0.0.1" true >command.log 2>&1 || fail "the key ran a command"
 
 jq -rn --slurpfile plain plain.json --slurpfile ssh ssh.json 'def us: .[0].milliseconds.p50 * 1000 | round;
     "median round trip of 64 stereo frames: \($plain | us) us, through ssh \($ssh | us) us"'

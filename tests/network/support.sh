@@ -37,6 +37,7 @@ eventually() {
 serve() {
     local name=$1 line
     shift
+    rm -f "serve.$name" # of an earlier one of that name
     "$vrx" serve "$@" --quiet >"serve.$name" 2>&1 &
     started+=($!)
     declare -g "${name}_pid=$!"
@@ -61,6 +62,12 @@ pump() {
 }
 
 listens() { (exec 3<>"/dev/tcp/127.0.0.1/$1"); }
+
+# block PAGE LANGUAGE N: what stands in the Nth code block of that language.
+block() { awk -v fence="\`\`\`$2" -v n="$3" '/^```/ { inside = !inside; shown = inside && $0 == fence && ++count == n; next } shown' "$1"; }
+
+# errors_of PORT: how much a server has had to refuse.
+errors_of() { "$vrx" send status --servport "$1" --plugin "$plugin" | sed 's/.* errors=\([0-9]*\) .*/\1/'; }
 
 # same_samples A B
 same_samples() { cmp <(sox "$1" -t s32 -) <(sox "$2" -t s32 -); }

@@ -1,40 +1,33 @@
 #!/bin/bash
-# The recipe for TLS on both ends: stunnel beside the server and beside the host, each with a certificate. Says how
-# much time the two of them add to a block.
+# The recipe for TLS on both ends as docs/network.md shows it: stunnel beside the server and beside the host, each with
+# a certificate. Says how much time the two of them add to a block.
 #
-#   tls.sh VRX PLUGIN
+#   tls.sh VRX PLUGIN DOCS_NETWORK_MD
+page=$(realpath "$3")
 . "$(dirname "$0")/support.sh"
 need stunnel openssl sox jq
 
-# certificate NAME AUTHORITY
-authority() { openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes -days 2 -subj "/CN=$1" -keyout "$1.key" -out "$1.pem" 2>/dev/null; }
-certificate() {
-    openssl req -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes -subj "/CN=$1" -keyout "$1.key" -out "$1.csr" 2>/dev/null
-    openssl x509 -req -in "$1.csr" -CA "$2.pem" -CAkey "$2.key" -CAcreateserial -days 2 -out "$1.pem" 2>/dev/null
-}
-authority ours
-authority theirs
-certificate server ours
-certificate client ours
-certificate stranger theirs
+# Our certificates, and those of somebody else who follows the same recipe.
+block "$page" sh 1 >certificates
+mkdir theirs
+sh -e certificates >openssl.log 2>&1 && (cd theirs && sh -e ../certificates) >>openssl.log 2>&1 || fail "no certificates: $(<openssl.log)"
 
-# tunnel NAME LINES: starts stunnel with these lines in its one service
+# server_end DOOR, client_end DOOR OUTER: the page's two configurations
+server_end() { block "$page" ini 1 | sed "s|= 7443$|= 127.0.0.1:$1|; s|:7000$|:$inner|"; }
+client_end() { block "$page" ini 2 | sed "s|:7000$|:$1|; s|SERVER:7443$|127.0.0.1:$2|"; }
+# tunnel NAME: starts stunnel with the configuration from standard input, which is no pipe: that would take a subshell
 tunnel() {
-    printf 'foreground = yes\npid =\nsocket = l:TCP_NODELAY=1\nsocket = r:TCP_NODELAY=1\n[vrx]\n%b' "$2" >"$1.conf"
+    sed "s|/etc/stunnel|$work|" >"$1.conf"
     stunnel "$1.conf" >"$1.log" 2>&1 &
     started+=($!)
     eventually grep -q 'Configuration successful' "$1.log"
 }
 serve inner --process invert --pin-frames 64
-free_port outer
-free_port here
-free_port foreign
-free_port bare
-tunnel server "accept = 127.0.0.1:$outer\nconnect = 127.0.0.1:$inner\ncert = server.pem\nkey = server.key\nCAfile = ours.pem\nverifyChain = yes\nrequireCert = yes\n"
-far="client = yes\nconnect = 127.0.0.1:$outer\nCAfile = ours.pem\nverifyChain = yes\ncheckHost = server\n"
-tunnel client "accept = 127.0.0.1:$here\ncert = client.pem\nkey = client.key\n$far"
-tunnel stranger "accept = 127.0.0.1:$foreign\ncert = stranger.pem\nkey = stranger.key\n$far"
-tunnel nobody "accept = 127.0.0.1:$bare\n$far"
+for door in outer here foreign bare; do free_port $door; done
+tunnel server < <(server_end "$outer")
+tunnel client < <(client_end "$here" "$outer")
+tunnel stranger < <(client_end "$foreign" "$outer" | sed 's|/client|/theirs/client|')
+tunnel nobody < <(client_end "$bare" "$outer" | sed '/^cert =/d; /^key =/d')
 
 sox -n -r 48000 -c 2 -b 16 in.wav synth 2 pinknoise gain -6
 pump "$inner" in.wav plain.wav --json >plain.json || fail "without a tunnel"
@@ -44,16 +37,17 @@ same_samples plain.wav tls.wav || fail "the tunnel changes samples"
 for stranger in "$foreign" "$bare" "$outer"; do # a foreign certificate, none, plain text
     ! pump "$stranger" in.wav nothing.wav >refused.log 2>&1 || fail "a stranger was served"
 done
-# The server has only seen the two that may: each connects and asks for the pins.
-status=$("$vrx" send status --servport "$inner" --plugin "$plugin")
-case $status in *" errors=0 "*) ;; *) fail "something foreign reached the server: $status" ;; esac
+[ "$(errors_of "$inner")" = 0 ] || fail "something foreign reached the server"
 
-# A server that is not ours: the client's tunnel does not talk to it.
-free_port false_port
-free_port there
-tunnel false "accept = 127.0.0.1:$false_port\nconnect = 127.0.0.1:$inner\ncert = stranger.pem\nkey = stranger.key\n"
-tunnel careful "accept = 127.0.0.1:$there\ncert = client.pem\nkey = client.key\n${far/127.0.0.1:$outer/127.0.0.1:$false_port}"
-! pump "$there" in.wav nothing.wav >refused.log 2>&1 || fail "a foreign server was believed"
+# Servers that are not ours, by another authority and by another name: the client's tunnel does not talk to them.
+for false in theirs/server client; do
+    free_port false_outer
+    free_port there
+    tunnel false < <(server_end "$false_outer" | sed "/^CAfile/d; /^verify/d; /^require/d; s|/server|/$false|")
+    tunnel careful < <(client_end "$there" "$false_outer")
+    ! pump "$there" in.wav nothing.wav >refused.log 2>&1 || fail "a foreign server was believed: $false"
+    grep -q 'CERT: ' careful.log || fail "it was refused for another reason: $(<careful.log)"
+done
 
 jq -rn --slurpfile plain plain.json --slurpfile tls tls.json 'def us: .[0].milliseconds.p50 * 1000 | round;
     "median round trip of 64 stereo frames: \($plain | us) us, through TLS \($tls | us) us"'
