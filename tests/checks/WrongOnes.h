@@ -159,6 +159,7 @@ inline constexpr WrongOne kWrongServers[] = {
     {"one-word-short", "block-reply"},
     {"length-counts-more", "block-reply"},
     {"replies-twice", "one-reply"},
+    {"refuses-some", "one-reply"},
     {"input-count", "counts"},
     {"two-pieces", "one-piece"},
     {"two-pieces", "pins-in-one-piece"},
@@ -201,4 +202,9 @@ inline constexpr WrongOne kWrongServers[] = {
     {"tells-the-time", "quiet-when-idle"},
     {"pins-tell-blocks", "pins-stay"},
     {"one-buffer", "many-clients"},
+};
+
+/// It takes long, and is left to script/check-matrix.
+inline constexpr WrongOne kSlowWrongServers[] = {
+    {"slower-and-slower", "pace", "warned"},
 };

@@ -124,8 +124,9 @@ int main(int argc, char** argv) {
                 [&] {
                     return checkPlugin(plugin, {"--level", "10"});
                 }});
-    PrintTable({"server",
-                {std::begin(kWrongServers), std::end(kWrongServers)},
+    std::vector<WrongOne> wrongServers(std::begin(kWrongServers), std::end(kWrongServers));
+    wrongServers.insert(wrongServers.end(), std::begin(kSlowWrongServers), std::end(kSlowWrongServers));
+    PrintTable({"server", wrongServers,
                 [&](const std::string& wrong, const Command& options) {
                     return CheckServer(vrx, {otherServer, wrong}, options);
                 },

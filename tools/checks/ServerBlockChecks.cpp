@@ -43,6 +43,12 @@ void TakesAnyWords(Trial& trial) {
     ExpectServed(client, trial.Target(), words, "after blocks of such words");
 }
 
+/// A size that was taken once is taken each time.
+void ExpectAccepted(const std::string& when, const ServerReply& reply) {
+    Expect(reply.Accepted(), when + ", a packet comes whose status is not negative", reply.Shown(),
+           "hosts lose blocks now and then");
+}
+
 void OneReply(Trial& trial) {
     constexpr int kBlocks = 20;
     const BlockShape shape = FindBlock(trial);
@@ -50,7 +56,9 @@ void OneReply(Trial& trial) {
     const LoopTime time;
     for (int i = 1; i <= kBlocks && time.Left(); ++i) {
         const std::string when = "for block " + std::to_string(i);
-        ExpectBlock(when, client.Ask(BlockRequest(trial.Target(), shape.words, shape.words)), shape.words);
+        const ServerReply reply = client.Ask(BlockRequest(trial.Target(), shape.words, shape.words));
+        ExpectBlock(when, reply, shape.words);
+        ExpectAccepted(when, reply);
         if (client.Quiet(kQuiet)) continue;
         const ServerReply more = client.Receive(milliseconds(500));
         throw Mismatch{
@@ -163,7 +171,7 @@ void FiniteFloats(Trial& trial) {
         if (block % 5 == 0) std::ranges::fill(in, 0);
         const ServerReply reply = client.Ask(
             SamplesRequest(ServerNames(trial.Target()), in, static_cast<std::uint32_t>(shape.words)));
-        if (!reply.Accepted()) continue;
+        ExpectAccepted("for block " + std::to_string(block + 1), reply);
         for (std::size_t i = 0; i < reply.DataWords(); ++i) {
             const std::uint32_t word = reply.Word(host::kReplyHeaderBytes + 4 * i);
             const Observation what{"samples between -1 and 1 give samples that are finite numbers",
@@ -186,8 +194,11 @@ void NoStalls(Trial& trial) {
     std::vector<double> times;
     times.reserve(kBlocks);
     const LoopTime time;
-    for (int i = 0; i < kBlocks && time.Left(); ++i)
-        times.push_back(client.Ask(BlockRequest(trial.Target(), words, words)).seconds);
+    for (int i = 1; i <= kBlocks && time.Left(); ++i) {
+        const ServerReply reply = client.Ask(BlockRequest(trial.Target(), words, words));
+        ExpectAccepted("for block " + std::to_string(i), reply);
+        times.push_back(reply.seconds);
+    }
     std::ranges::sort(times);
     const double median = times[times.size() / 2];
     if (median > kStall)

@@ -14,6 +14,25 @@ using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 
+double Median(std::vector<double> times) {
+    std::ranges::sort(times);
+    return times[times.size() / 2];
+}
+
+/// `times` in their order. A server that keeps something of each block gets slower and slower.
+void WarnOfSlowingDown(Trial& trial, const std::vector<double>& times) {
+    constexpr double kGrowth = 4;
+    constexpr double kLeast = 0.01; // s
+    const auto tenth = static_cast<std::ptrdiff_t>(times.size() / 10 + 1);
+    const double first = Median({times.begin(), times.begin() + tenth});
+    const double last = Median({times.end() - tenth, times.end()});
+    if (last < std::max(kLeast, kGrowth * first)) return;
+    const auto milli = [](double time) { return Shown(static_cast<float>(time * 1000)) + " ms"; };
+    trial.Warn({"the last blocks come back as fast as the first ones, half of them within " + milli(first),
+                "half of the last ones take longer than " + milli(last),
+                "a server that gets slower and slower has drop-outs in the end"});
+}
+
 /// Block after block as fast as they come back.
 void Pace(Trial& trial) {
     constexpr seconds kTime{50};
@@ -34,6 +53,7 @@ void Pace(Trial& trial) {
                             "the word at byte " + std::to_string(at) + " is " + Hex(reply.Word(at)),
                             "hosts show figures near 4294967296"});
     }
+    WarnOfSlowingDown(trial, times);
     std::ranges::sort(times);
     const double median = times[times.size() / 2];
     const double late = times[times.size() * 999 / 1000];

@@ -177,7 +177,9 @@ private:
             shared = std::bit_cast<float>(WordAt(packet, 20 + 4 * (arguments - 2)));
         }
         if (Is("block-stalls")) std::this_thread::sleep_for(milliseconds(40));
-        Send(Packet(Is("negative-status") ? 0xFFFFFFFF : 0, data));
+        if (Is("slower-and-slower")) std::this_thread::sleep_for(std::chrono::microseconds(20 * m_blocks));
+        const bool negative = Is("negative-status") || (Is("refuses-some") && m_blocks % 15 == 14);
+        Send(Packet(negative ? 0xFFFFFFFF : 0, data));
         if (Is("replies-twice") && ++asked % 5 == 0) Send(Packet(0, data));
         if (Is("fails-in-time") && ++asked > 3000) return false;
         if (Is("tells-the-time")) std::thread(TellTheTime, ::dup(m_socket)).detach();
