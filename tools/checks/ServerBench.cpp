@@ -178,6 +178,11 @@ void ServerClient::Reset() {
     m_socket.close(ignored);
 }
 
+void ServerClient::HalfClose() {
+    asio::error_code ignored;
+    m_socket.shutdown(tcp::socket::shutdown_send, ignored);
+}
+
 void ServerClient::Close() {
     asio::error_code ignored;
     m_socket.close(ignored);

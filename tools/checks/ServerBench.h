@@ -85,6 +85,8 @@ public:
 
     void Reset();
     void Close();
+    /// Sends no more, but still receives.
+    void HalfClose();
 
 private:
     Trial& m_trial;

@@ -102,6 +102,19 @@ void AbruptEnds(Trial& trial) {
     }
 }
 
+/// A server that keeps the connections of clients that have gone runs out of them.
+void EndsWithClient(Trial& trial) {
+    const std::size_t words = FindBlock(trial).words;
+    ServerClient client(trial);
+    ExpectServed(client, trial.Target(), words, "after the connect text");
+    client.HalfClose();
+    const ServerReply last = client.Receive();
+    if (last.kind == ServerReply::kSilence)
+        trial.Warn({"when a client ends its side, the server closes the connection",
+                    "it stays open for ten seconds",
+                    "a server that keeps the connections of clients that have gone takes no more one day"});
+}
+
 /// Up to the words that a talker can collect from several receives.
 void WholeReplies(Trial& trial) {
     const CheckTarget& target = trial.Target();
@@ -329,6 +342,8 @@ constexpr Check kServerCrowdChecks[] = {
      TwoAtATime},
     {"abrupt-ends", CheckTarget::kServer, 6, "Clients that end in the middle of a request harm nobody.",
      "takes-blocks", 60, AbruptEnds},
+    {"ends-with-client", CheckTarget::kServer, 6,
+     "When a client ends, the server closes its connection (warns).", "takes-blocks", 60, EndsWithClient},
     {"whole-replies", CheckTarget::kServer, 6, "Replies of 2,040 words come whole.", "takes-blocks", 60,
      WholeReplies},
     {"many-clients", CheckTarget::kServer, 7, "Twenty-four clients are served at a time.", "takes-blocks", 60,

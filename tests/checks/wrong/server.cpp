@@ -62,7 +62,9 @@ std::string Packet(std::uint32_t status, const std::vector<std::uint32_t>& data)
 class Client {
 public:
     explicit Client(int socket) : m_socket(socket) {}
-    ~Client() { ::close(m_socket); }
+    ~Client() {
+        if (!Is("keeps-sockets")) ::close(m_socket);
+    }
 
     void Serve() {
         if (Is("greets")) Send("welcome\n");
