@@ -107,6 +107,7 @@ add_executable(server_tests
   tools/server/ClientSocket_test.cpp
   tools/server/Faults_test.cpp
   tools/server/Processing_test.cpp
+  tools/server/ProcessorStock_test.cpp
   tools/server/TextCommands_test.cpp
   tools/wire/ServerProtocol_test.cpp
 )

@@ -24,8 +24,13 @@ std::unique_ptr<Processor> Make(const std::vector<ProcessStep>& steps, std::stri
 } // namespace
 
 ProcessorStock::ProcessorStock(std::vector<ProcessStep> steps)
-    : m_steps(std::move(steps)), m_costly(std::ranges::any_of(m_steps, &ProcessStep::costly)),
-      m_ready(std::make_unique<Processor>(m_steps)) {}
+    : m_steps(std::move(steps)), m_costly(std::ranges::any_of(m_steps, &ProcessStep::costly)) {
+    Processor first(m_steps); // no client's: it carries what it ran on
+    uint32_t silence[1] = {};
+    first.Run(silence);
+    m_latency = first.Latency();
+    if (m_costly) asio::post(m_maker, [this] { KeepOneReady(); });
+}
 
 ProcessorStock::~ProcessorStock() {
     Stop();

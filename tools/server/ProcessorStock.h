@@ -4,6 +4,7 @@
 
 #include <asio.hpp>
 
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -17,11 +18,14 @@ namespace vrx::tool {
 /// thread.
 class ProcessorStock {
 public:
-    /// Makes one to see that it can be made; throws Failure when not.
+    /// Makes one to see that it can be made, and lets it tell its latency; throws Failure when it cannot.
     explicit ProcessorStock(std::vector<ProcessStep> steps);
     ~ProcessorStock();
     ProcessorStock(const ProcessorStock&) = delete;
     ProcessorStock& operator=(const ProcessorStock&) = delete;
+
+    /// In frames, as one told that had run on a first block.
+    uint32_t Latency() const { return m_latency; }
 
     /// One that is ready, or is made in no time; null: Order one.
     std::unique_ptr<Processor> Take();
@@ -44,6 +48,7 @@ private:
 
     std::vector<ProcessStep> m_steps;
     bool m_costly;
+    uint32_t m_latency = 0;
     std::mutex m_mutex;
     std::unique_ptr<Processor> m_ready;
     asio::thread_pool m_maker{1};

@@ -5,7 +5,8 @@
 namespace vrx::tool {
 
 Service::Service(const ServerOptions& serverOptions)
-    : options(serverOptions), stock(serverOptions.steps), busy(serverOptions.threads, started) {}
+    : options(serverOptions), stock(serverOptions.steps), busy(serverOptions.threads, started),
+      latencyFrames(stock.Latency()) {}
 
 ServerFigures Service::Figures() const {
     const auto now = std::chrono::steady_clock::now();

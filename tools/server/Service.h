@@ -44,7 +44,7 @@ public:
     std::atomic<uint64_t> packets = 0;
     std::atomic<uint64_t> blocks = 0;
     std::atomic<uint64_t> errors = 0;
-    std::atomic<uint32_t> latencyFrames = 0;
+    std::atomic<uint32_t> latencyFrames; // of the last block's processing
 
     /// Accepts no client for so long; calls `then` from any thread when the door is closed.
     std::function<void(std::chrono::milliseconds, std::function<void()> then)> refuseFor = {};

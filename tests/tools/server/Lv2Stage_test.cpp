@@ -1,5 +1,7 @@
 #include "tools/server/Lv2Stage.h"
 
+#include "tests/support/RawClient.h"
+#include "tests/support/Subprocess.h"
 #include "tools/program/Errors.h"
 
 #include <bit>
@@ -91,6 +93,15 @@ TEST(Lv2Stage, TellsItsLatencyAfterABlock) {
     Processor processor = Make("lv2=urn:vrx:probe", kStereo);
     Process(processor, {0, 0});
     EXPECT_EQ(processor.Latency(), 77U);
+}
+
+TEST(Lv2Stage, AServerTellsTheLatencyBeforeTheFirstBlock) {
+    Subprocess server({VRX_PROGRAM, "serve", "--quiet", "--process", "lv2=urn:vrx:probe", "--process",
+                       "lv2=urn:vrx:probe"});
+    const std::string first = server.ReadLine();
+    const auto port = static_cast<uint16_t>(std::stoi(first.substr(first.rfind(':') + 1)));
+    const std::string status = RawClient(port).Ask("status json");
+    EXPECT_TRUE(status.ends_with(R"("latency":154})")) << status;
 }
 
 struct WrongCase {
