@@ -12,7 +12,7 @@ unshare --net --mount --pid --fork --ipc --uts --cgroup true 2>/dev/null || skip
 [ -n "${VRX_OWN_NETWORK-}" ] || VRX_OWN_NETWORK=yes exec unshare --net "$0" "$@"
 
 . "$(dirname "$0")/../network/support.sh"
-need /lib/systemd/systemd systemctl ip nsenter setpriv sox
+need /lib/systemd/systemd systemctl ip jq nsenter setpriv sox
 group=$(mktemp -d "$cgroups/vrx-test-XXXXXX") || fail "no cgroup of its own"
 init=
 halt() {
@@ -101,12 +101,22 @@ inside sh -c 'mkdir /run/units/vrx-serve@7001.service.d
 eventually reaches 192.0.2.1
 echo "other networks only by a drop-in"
 
+# A client with retries loses no block meanwhile.
+sox -n -r 48000 -c 2 -b 16 long.wav synth 4 pinknoise gain -6
+pump 7001 long.wav long.out.wav --paced --retries 100 --samples f32 --json >long.json 2>long.err &
+client=$!
+started+=("$client")
+under_way() { [ "$("$vrx" send 'status json' --servport 7001 --plugin "$plugin" | jq .blocks)" -gt 0 ]; }
+eventually under_way
 restarts() { [ "$(property vrx-serve@7001 NRestarts)" = "$crashes" ] && reaches 127.0.0.1; }
 for crashes in {1..7}; do # more than systemd puts up with unless it is told
     inside sh -c "kill -SEGV $(property vrx-serve@7001 MainPID)"
     eventually restarts
 done
-echo "started again after $crashes crashes"
+wait "$client" || fail "the client gave up: $(<long.err)"
+retried=$(jq 'if .failed == 0 then .retried else 0 end' long.json)
+[ "$retried" -gt 0 ] || fail "the client lost blocks, or never met a crash: $(<long.json)"
+echo "started again after $crashes crashes; a client lost no block and sent $retried again"
 
 inside systemctl stop vrx-serve || fail "not stopped"
 [ "$(property vrx-serve Result),$(property vrx-serve ExecMainStatus)" = success,0 ] || fail "it did not end by itself"
