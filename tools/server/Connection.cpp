@@ -121,7 +121,7 @@ bool Connection::Receive() {
         return false;
     }
     if (!m_work) m_work = std::move(SpareWork());
-    if (!m_work) m_work = std::make_unique<Work>(m_service.options.largestPacket);
+    if (!m_work) m_work = std::make_unique<Work>(m_service.options);
     const auto space = m_work->frames.Space();
     const auto count = m_socket.Receive(space);
     if (!count) {
@@ -158,7 +158,7 @@ bool Connection::AnswerText(std::string_view line) {
 
 bool Connection::AnswerPacket(std::string_view packet) {
     Request request;
-    const std::string error = ParseRequest(packet, m_service.options.rules, request);
+    const std::string error = m_work->requests.Read(packet, request);
     if (!error.empty()) return SendError(error);
     if (!request.info) return AnswerBlock(packet, request);
     ++m_service.packets;

@@ -84,8 +84,10 @@ private:
     /// What a request and its answer are in: borrowed while there is something in it, so that one is enough for a
     /// thread that serves many clients, and stays in its caches.
     struct Work {
-        explicit Work(size_t largestPacket) : frames(largestPacket) {}
+        explicit Work(const ServerOptions& options)
+            : frames(options.largestPacket), requests(options.rules) {}
         FrameBuffer frames;
+        RequestReader requests;
         std::vector<uint32_t> reply;
     };
     static std::unique_ptr<Work>& SpareWork();

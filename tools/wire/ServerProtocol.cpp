@@ -136,7 +136,7 @@ Frame FrameBuffer::Take(Frame::Kind kind, size_t count, size_t total) {
     return {kind, bytes, {}};
 }
 
-std::string ParseRequest(std::string_view packet, const ObjectRules& rules, Request& request) {
+std::string RequestReader::Read(std::string_view packet, Request& request) {
     const size_t argumentWords = WordAt(packet, 8);
     const uint32_t command = WordAt(packet, 12);
     const uint32_t replyWords = WordAt(packet, 16);
@@ -150,22 +150,16 @@ std::string ParseRequest(std::string_view packet, const ObjectRules& rules, Requ
         return "argument word count " + std::to_string(argumentWords) + " does not fit a packet of " +
                std::to_string(packet.size()) + " bytes";
     }
-    const std::string_view padded = packet.substr(textAt);
-    const std::string_view text = padded.substr(0, padded.find('\0'));
-    if (padded.size() != (text.size() | 3) + 1 ||
-        padded.find_first_not_of('\0', text.size()) != padded.npos) {
-        return "object path is not ended by one to four zero bytes";
-    }
     bool info = false;
-    if (std::string error = CheckPath(text, rules, info); !error.empty()) return error;
+    if (std::string error = ReadPath(packet.substr(textAt), info); !error.empty()) return error;
     if (replyWords < host::kReplyFigures) {
         return "reply word count " + std::to_string(replyWords) + " is less than " +
                std::to_string(host::kReplyFigures);
     }
     const size_t block = std::max<size_t>(argumentWords - 1, replyWords - host::kReplyFigures);
-    if (block > rules.largestBlock) {
+    if (block > m_rules.largestBlock) {
         return "block of " + std::to_string(block) + " words exceeds the limit of " +
-               std::to_string(rules.largestBlock);
+               std::to_string(m_rules.largestBlock);
     }
     if (info && (argumentWords != kInfoWords || replyWords != kInfoWords)) {
         return "a request for .info1 has 5 argument words and 5 reply words";
@@ -174,6 +168,24 @@ std::string ParseRequest(std::string_view packet, const ObjectRules& rules, Requ
     request.dataBytes = packet.substr(kHeaderBytes + 4, 4 * (argumentWords - 1));
     request.replyDataWords = replyWords - static_cast<uint32_t>(host::kReplyFigures);
     return {};
+}
+
+std::string RequestReader::ReadPath(std::string_view padded, bool& info) {
+    if (padded == m_rightPath) {
+        info = m_rightInfo;
+        return {};
+    }
+    const std::string_view text = padded.substr(0, padded.find('\0'));
+    if (padded.size() != (text.size() | 3) + 1 ||
+        padded.find_first_not_of('\0', text.size()) != padded.npos) {
+        return "object path is not ended by one to four zero bytes";
+    }
+    std::string error = CheckPath(text, m_rules, info);
+    if (error.empty()) {
+        m_rightPath = padded;
+        m_rightInfo = info;
+    }
+    return error;
 }
 
 uint32_t PackPinInfo(const PinInfo& pin) {

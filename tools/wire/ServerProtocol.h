@@ -76,9 +76,24 @@ struct Request {
     uint32_t replyDataWords = 0;
 };
 
-/// Checks a packet taken from a FrameBuffer. Returns "" and fills `request`, whose views point into
-/// `packet`; or returns what is wrong as one line without a line feed, and leaves `request` alone.
-std::string ParseRequest(std::string_view packet, const ObjectRules& rules, Request& request);
+/// Checks packets. It remembers the last path that was right, since most that follow repeat it. For one thread at a
+/// time.
+class RequestReader {
+public:
+    /// rules   have to live as long as this
+    explicit RequestReader(const ObjectRules& rules) : m_rules(rules) {}
+
+    /// Checks a packet taken from a FrameBuffer. Returns "" and fills `request`, whose views point into `packet`;
+    /// or returns what is wrong as one line without a line feed, and leaves `request` alone.
+    std::string Read(std::string_view packet, Request& request);
+
+private:
+    std::string ReadPath(std::string_view padded, bool& info);
+
+    const ObjectRules& m_rules;
+    std::string m_rightPath; // with its zero bytes
+    bool m_rightInfo = false;
+};
 
 struct PinInfo {
     uint32_t blockFrames = 0; ///< frames per block that the pin prefers, 0 to 131071; 0: not said

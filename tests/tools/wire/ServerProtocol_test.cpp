@@ -131,29 +131,34 @@ TEST(FrameBuffer, TakesPacketsUpToItsLimit) {
     EXPECT_LE(frames.Space().size(), kLarge);
 }
 
+std::string ReadRequest(std::string_view packet, const vrx::tool::ObjectRules& rules,
+                        vrx::tool::Request& request) {
+    return vrx::tool::RequestReader(rules).Read(packet, request);
+}
+
 const vrx::tool::ObjectRules kAnything{.layout = "", .input = "", .output = "", .largestBlock = 8};
 
-TEST(ParseRequest, ReadsABlock) {
+TEST(RequestReader, ReadsABlock) {
     vrx::tool::Request request;
-    ASSERT_EQ(vrx::tool::ParseRequest(kPump, kAnything, request), "");
+    ASSERT_EQ(ReadRequest(kPump, kAnything, request), "");
     EXPECT_FALSE(request.info);
     EXPECT_EQ(request.dataBytes, "\x01\x02\x03\x04\x0A\x06\x07\x08");
     EXPECT_EQ(request.replyDataWords, 2U);
 }
 
-TEST(ParseRequest, ReadsAQuestionForPins) {
+TEST(RequestReader, ReadsAQuestionForPins) {
     vrx::tool::Request request;
-    ASSERT_EQ(vrx::tool::ParseRequest(kPins, kAnything, request), "");
+    ASSERT_EQ(ReadRequest(kPins, kAnything, request), "");
     EXPECT_TRUE(request.info);
     EXPECT_EQ(request.replyDataWords, 2U);
 }
 
-TEST(ParseRequest, TakesEmptyNamesAndEmptyBlocks) {
+TEST(RequestReader, TakesEmptyNamesAndEmptyBlocks) {
     const std::string packet =
         "\x03\x00\xFF\x07\x30\x00\x00\x00\x01\x00\x00\x00\x3A\x00\x00\x00\x03\x00\x00\x00"
         ",.samples[0],.samples[0]\0\0\0\0"s;
     vrx::tool::Request request;
-    ASSERT_EQ(vrx::tool::ParseRequest(packet, kAnything, request), "");
+    ASSERT_EQ(ReadRequest(packet, kAnything, request), "");
     EXPECT_EQ(request.dataBytes, "");
     EXPECT_EQ(request.replyDataWords, 0U);
 }
@@ -208,24 +213,44 @@ const RequestCase kBadRequests[] = {
      "a request for .info1 has 5 argument words and 5 reply words"},
 };
 
-TEST(ParseRequest, SaysWhatIsWrong) {
+TEST(RequestReader, SaysWhatIsWrong) {
     for (const RequestCase& c : kBadRequests) {
         SCOPED_TRACE(c.name);
         vrx::tool::Request request;
         request.replyDataWords = 77;
-        EXPECT_EQ(vrx::tool::ParseRequest(c.packet, kAnything, request), c.error);
+        EXPECT_EQ(ReadRequest(c.packet, kAnything, request), c.error);
         EXPECT_EQ(request.replyDataWords, 77U);
     }
 }
 
-TEST(ParseRequest, ChecksTheNamesItWasGiven) {
+TEST(RequestReader, ChecksTheNamesItWasGiven) {
     vrx::tool::Request request;
-    EXPECT_EQ(vrx::tool::ParseRequest(kPump, {"Main", "In", "Out", 8}, request), "");
-    EXPECT_EQ(vrx::tool::ParseRequest(kPump, {"Other", "In", "Out", 8}, request), "unknown layout 'Main'");
-    EXPECT_EQ(vrx::tool::ParseRequest(kPump, {"Main", "in", "Out", 8}, request), "unknown input 'In'");
-    EXPECT_EQ(vrx::tool::ParseRequest(kPump, {"Main", "In", "Ou", 8}, request), "unknown output 'Out'");
-    EXPECT_EQ(vrx::tool::ParseRequest(kPins, {"Main", "In", "Out", 8}, request),
+    EXPECT_EQ(ReadRequest(kPump, {"Main", "In", "Out", 8}, request), "");
+    EXPECT_EQ(ReadRequest(kPump, {"Other", "In", "Out", 8}, request), "unknown layout 'Main'");
+    EXPECT_EQ(ReadRequest(kPump, {"Main", "in", "Out", 8}, request), "unknown input 'In'");
+    EXPECT_EQ(ReadRequest(kPump, {"Main", "In", "Ou", 8}, request), "unknown output 'Out'");
+    EXPECT_EQ(ReadRequest(kPins, {"Main", "In", "Out", 8}, request),
               ""); // -1 stands for any layout
+}
+
+TEST(RequestReader, ChecksEveryPacketOfAClientAnew) {
+    const vrx::tool::ObjectRules rules{"Main", "In", "Out", 8};
+    vrx::tool::RequestReader reader(rules);
+    const std::string otherName = With(kPump, 28, "Nain");
+    const std::string shiftedPath = With(kPump, 8, "\x02\x00\x00\x00"s);
+    const std::string badEnd = With(kPump, kPump.size() - 1, "x");
+    for (int round = 0; round < 3; ++round) {
+        vrx::tool::Request request;
+        EXPECT_EQ(reader.Read(kPump, request), "");
+        EXPECT_FALSE(request.info);
+        EXPECT_EQ(request.dataBytes, "\x01\x02\x03\x04\x0A\x06\x07\x08");
+        EXPECT_EQ(reader.Read(otherName, request), "unknown layout 'Nain'");
+        EXPECT_EQ(reader.Read(shiftedPath, request), "unknown layout '....Main'");
+        EXPECT_EQ(reader.Read(badEnd, request), "object path is not ended by one to four zero bytes");
+        EXPECT_EQ(reader.Read(kPins, request), "");
+        EXPECT_TRUE(request.info);
+        EXPECT_EQ(request.dataBytes.size(), 16U);
+    }
 }
 
 TEST(PackPinInfo, PutsEachValueIntoItsBits) {
