@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <ctime>
 #include <optional>
 #include <utility>
 
@@ -12,6 +13,14 @@ namespace {
 
 /// A client that sends ahead gives way to the others after so many frames.
 constexpr int kFramesPerTurn = 16;
+
+/// As of the system's last tick, some milliseconds ago at most: what idle times need, without reading a counter
+/// for it.
+Clock::time_point RoughlyNow() {
+    timespec now{};
+    (void)::clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
+    return Clock::time_point(std::chrono::seconds(now.tv_sec) + std::chrono::nanoseconds(now.tv_nsec));
+}
 
 } // namespace
 
@@ -71,7 +80,7 @@ void Connection::GoOn(bool last) {
     if (!m_unsent.empty()) {
         const size_t unsent = m_unsent.size();
         const bool done = SendUnsent();
-        if (m_unsent.size() < unsent) m_lastActive = Clock::now();
+        if (m_unsent.size() < unsent) m_lastActive = RoughlyNow();
         return done ? Proceed() : void();
     }
     if (std::exchange(m_waiting, false)) Serve();
@@ -129,7 +138,7 @@ bool Connection::Receive() {
         return false;
     }
     m_readable = m_ended || *count == space.size(); // less is all there is: Ready tells of what comes later
-    if (*count > 0) m_lastActive = Clock::now();
+    if (*count > 0) m_lastActive = RoughlyNow();
     m_work->frames.Received(*count);
     return true;
 }
@@ -161,7 +170,7 @@ bool Connection::AnswerPacket(std::string_view packet) {
     const std::string error = m_work->requests.Read(packet, request);
     if (!error.empty()) return SendError(error);
     if (!request.info) return AnswerBlock(packet, request);
-    ++m_service.packets;
+    ++m_service.questions;
     FillInfo(request);
     return Send({Reply().data(), Reply().size()});
 }
@@ -172,7 +181,6 @@ bool Connection::AnswerBlock(std::string_view packet, const Request& request) {
         OrderProcessor(packet);
         return false;
     }
-    ++m_service.packets;
     FillReply(request);
     const Fault* const fault = m_dice.Roll(m_service.options.faults, m_service.options.faultRate);
     if (fault == nullptr || !m_service.CountFault()) return Send({Reply().data(), Reply().size()});
@@ -188,7 +196,7 @@ void Connection::OrderProcessor(std::string_view packet) {
             auto made = std::make_shared<std::unique_ptr<Processor>>(std::move(processor));
             asio::post(self->m_strand, [self, packet, made, error] {
                 self->m_pausing = false;
-                self->m_lastActive = Clock::now();
+                self->m_lastActive = RoughlyNow();
                 self->m_processor = std::move(*made);
                 if (self->m_processor ? self->AnswerPacket(packet) : self->SendError(error)) self->Serve();
             });
@@ -316,14 +324,14 @@ void Connection::Pause(std::chrono::milliseconds time) {
     m_pause.async_wait([self = shared_from_this()](const asio::error_code& error) {
         if (error) return;
         self->m_pausing = false;
-        self->m_lastActive = Clock::now();
+        self->m_lastActive = RoughlyNow();
         self->Proceed();
     });
 }
 
 void Connection::SendForever(std::string_view bytes) {
     m_endless = bytes;
-    m_lastActive = Clock::now();
+    m_lastActive = RoughlyNow();
     if (Send(bytes)) asio::post(m_strand, [self = shared_from_this()] { self->Proceed(); });
 }
 
@@ -345,7 +353,7 @@ void Connection::Leave() {
     m_leaving = true;
     m_unsent = {};
     StopCounting();
-    m_lastActive = Clock::now();
+    m_lastActive = RoughlyNow();
     Drain();
 }
 

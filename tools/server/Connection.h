@@ -103,15 +103,15 @@ private:
     std::string_view m_endless;             // sent over and over, unless empty
     std::unique_ptr<Processor> m_processor; // for the first block: most of a stranger's bytes need none
     uint64_t m_blocks = 0;
-    double m_blockNanoseconds = 0; // over all blocks of this connection
-    Clock::time_point m_lastActive = Clock::now();
-    bool m_counted = false;   // as served
-    bool m_leaving = false;   // has been sent its last line
-    bool m_finishing = false; // the server is about to stop
-    bool m_readable = false;  // there may be something to receive
-    bool m_ended = false;     // nothing comes after what is there
-    bool m_waiting = false;   // for the client's next bytes
-    bool m_pausing = false;   // for something of our own
+    double m_blockNanoseconds = 0;                 // over all blocks of this connection
+    Clock::time_point m_lastActive = Clock::now(); // or a tick before
+    bool m_counted = false;                        // as served
+    bool m_leaving = false;                        // has been sent its last line
+    bool m_finishing = false;                      // the server is about to stop
+    bool m_readable = false;                       // there may be something to receive
+    bool m_ended = false;                          // nothing comes after what is there
+    bool m_waiting = false;                        // for the client's next bytes
+    bool m_pausing = false;                        // for something of our own
     asio::basic_waitable_timer<Clock, asio::wait_traits<Clock>, Strand> m_pause;
     FaultDice m_dice;
     FaultPlan m_faultPlan;

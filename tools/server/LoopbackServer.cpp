@@ -136,7 +136,7 @@ void Server::PrintTotals() const {
     if (m_service.options.quiet) return;
     std::printf("vrx serve: stopped after %llu clients, %llu packets, %llu errors\n",
                 static_cast<unsigned long long>(m_service.clients),
-                static_cast<unsigned long long>(m_service.packets),
+                static_cast<unsigned long long>(m_service.Packets()),
                 static_cast<unsigned long long>(m_service.errors));
 }
 

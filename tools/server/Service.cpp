@@ -11,7 +11,7 @@ Service::Service(const ServerOptions& serverOptions)
 ServerFigures Service::Figures() const {
     const auto now = std::chrono::steady_clock::now();
     return {.clients = served,
-            .packets = packets,
+            .packets = Packets(),
             .errors = errors,
             .uptimeSeconds = std::chrono::duration<double>(now - started).count(),
             .blocks = blocks,

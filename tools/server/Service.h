@@ -24,6 +24,9 @@ public:
 
     ServerFigures Figures() const;
 
+    /// How many packets have been answered.
+    uint64_t Packets() const { return questions + blocks; }
+
     /// Counts a reply that is to be spoilt; false when there have been as many as there may be.
     bool CountFault();
 
@@ -41,7 +44,7 @@ public:
     BusyMeter busy;
     std::atomic<size_t> served = 0; // connections that are not being sent away
     std::atomic<uint64_t> clients = 0;
-    std::atomic<uint64_t> packets = 0;
+    std::atomic<uint64_t> questions = 0; // packets that ask for the pins
     std::atomic<uint64_t> blocks = 0;
     std::atomic<uint64_t> errors = 0;
     std::atomic<uint32_t> latencyFrames; // of the last block's processing
