@@ -109,6 +109,7 @@ add_executable(server_tests
   tools/server/Processing_test.cpp
   tools/server/ProcessorStock_test.cpp
   tools/server/TextCommands_test.cpp
+  tools/server/Workers_test.cpp
   tools/wire/ServerProtocol_test.cpp
 )
 target_compile_definitions(server_tests PRIVATE

@@ -66,10 +66,9 @@ bool Connection::Attend() {
     return false;
 }
 
-void Connection::Ready(bool last, bool later) {
-    auto goOn = [self = shared_from_this(), last] { self->GoOn(last); };
-    if (later) return asio::post(m_strand, std::move(goOn));
-    m_strand.execute(std::move(goOn));
+void Connection::Ready(bool last, bool alone) {
+    if (alone) return GoOn(last);
+    asio::post(m_strand, [self = shared_from_this(), last] { self->GoOn(last); });
 }
 
 void Connection::GoOn(bool last) {

@@ -13,7 +13,8 @@
 namespace vrx::tool {
 
 /// One client: reads a frame, answers it, reads the next. Nothing is read while an answer is unsent. The public
-/// members may be called by any thread; all else happens on the connection's own strand, one thing at a time.
+/// members may be called by any thread; all else happens one thing at a time, on the connection's own strand or
+/// while no other thread runs any handler.
 class Connection : public std::enable_shared_from_this<Connection> {
 public:
     /// A client that is sent away has this long to read its last line and close.
@@ -28,8 +29,8 @@ public:
 
     /// There may be something new to receive, or room to send.
     /// last     nothing comes after what is there
-    /// later    not within this call: other threads are free to do it
-    void Ready(bool last, bool later);
+    /// alone    no other thread runs any handler: then it needs no strand, and goes on within this call
+    void Ready(bool last, bool alone);
 
     /// Sends one last line instead of serving, then closes.
     void TurnAway(std::string line);

@@ -52,15 +52,15 @@ void ReadySockets::Watch() {
 }
 
 void ReadySockets::Deliver() {
-    const auto began = Clock::now();
-    for (int round = 0; round < kMostRounds; ++round) {
-        Collect();
-        for (const Event& event : m_events) {
-            event.connection->Ready(event.last, m_workers.AreShared(began));
+    {
+        Workers::Solitude solitude(m_workers);
+        for (int round = 0; round < kMostRounds; ++round) {
+            Collect();
+            for (const Event& event : m_events) event.connection->Ready(event.last, solitude.Lasts());
+            if (m_events.size() <= 1) break; // behind a single one there is hardly another yet
         }
-        if (m_events.size() <= 1) break; // behind a single one there is hardly another yet
+        m_events.clear();
     }
-    m_events.clear();
     const std::lock_guard lock(m_mutex);
     m_watched = false;
     if (m_sockets > 0) Watch();

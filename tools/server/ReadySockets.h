@@ -22,8 +22,8 @@ public:
     ReadySockets(const ReadySockets&) = delete;
     ReadySockets& operator=(const ReadySockets&) = delete;
 
-    /// From now on calls connection.Ready, on the connection's strand, whenever there is something new to receive or
-    /// room to send after there was none. False when the system has no room for another socket.
+    /// From now on calls connection.Ready whenever there is something new to receive or room to send after there was
+    /// none. False when the system has no room for another socket.
     bool Add(int socket, Connection& connection);
 
     /// To be called before the socket is closed and before the connection goes.

@@ -1,5 +1,7 @@
 #include "tools/server/Workers.h"
 
+#include <utility>
+
 namespace vrx::tool {
 
 namespace {
@@ -34,11 +36,13 @@ void Workers::Lead() {
 void Workers::Help() {
     std::unique_lock lock(m_mutex);
     for (;;) {
-        m_changed.wait(lock, [this] { return m_over || AreShared(Clock::now()); });
+        m_changed.wait(lock, [this] { return m_over || (!m_kept && AreShared(Clock::now())); });
         if (m_over) break;
+        ++m_helping;
         lock.unlock();
         m_io.run_until(m_shareUntil.load());
         lock.lock();
+        --m_helping;
     }
     lock.unlock();
     Ended();
@@ -54,11 +58,27 @@ void Workers::ShareWork(Clock::time_point now) {
     if (m_count == 1) return;
     const Clock::time_point until = m_shareUntil.load(std::memory_order_relaxed);
     if (until > now + kShare / 2) return; // they are here and stay for a while
-    {
-        const std::lock_guard lock(m_mutex);
-        m_shareUntil = now + kShare;
-    }
-    if (until < now) m_changed.notify_all();
+    const std::lock_guard lock(m_mutex);
+    m_shareUntil = now + kShare;
+    if (until < now && !m_kept) m_changed.notify_all();
+}
+
+Workers::Solitude::Solitude(Workers& workers) : m_workers(workers), m_began(Clock::now()) {
+    const std::lock_guard lock(m_workers.m_mutex);
+    m_lasts = m_workers.m_helping == 0 && !m_workers.AreShared(m_began);
+    m_workers.m_kept = m_lasts;
+}
+
+bool Workers::Solitude::Lasts() {
+    if (m_lasts && m_workers.AreShared(m_began)) End();
+    return m_lasts;
+}
+
+void Workers::Solitude::End() {
+    if (!std::exchange(m_lasts, false)) return;
+    const std::lock_guard lock(m_workers.m_mutex);
+    m_workers.m_kept = false;
+    if (m_workers.AreShared(m_began)) m_workers.m_changed.notify_all();
 }
 
 bool Workers::AwaitEnd(std::chrono::milliseconds longest) {
