@@ -213,7 +213,7 @@ struct Field {
     VrxServer vrx{{"--threads", "2"}, false};
 };
 
-constexpr int kRounds = 41;
+constexpr int kRounds = 201;
 
 /// The time that a number of blocks takes ours and the bare server, by turns.
 void RunBesideEpoll(benchmark::State& state, Field& field, size_t clientCount, size_t wordCount) {
