@@ -58,6 +58,7 @@ cp -r units attempts try "$vrx" /run
 for folder in /tmp /var/tmp /etc/default; do mount -t tmpfs tmpfs \$folder; done
 echo "VRX_SERVE_OPTIONS=\"--process invert\"" >/etc/default/vrx-serve
 echo "VRX_SERVE_OPTIONS=\"--process $step --bind 0.0.0.0\"" >/etc/default/vrx-serve-7001
+echo "VRX_SERVE_OPTIONS=\"--process louder\"" >/etc/default/vrx-serve-7002
 umount -R /sys/fs/cgroup
 mount -t cgroup2 cgroup2 /sys/fs/cgroup
 exec env -i PATH=/usr/sbin:/usr/bin container=test SYSTEMD_UNIT_PATH=/run/units SYSTEMD_GENERATOR_PATH=/run/none \
@@ -102,7 +103,7 @@ eventually reaches 192.0.2.1
 echo "other networks only by a drop-in"
 
 # A client with retries loses no block meanwhile.
-sox -n -r 48000 -c 2 -b 16 long.wav synth 4 pinknoise gain -6
+sox -n -r 48000 -c 2 -b 16 long.wav synth 2 pinknoise gain -6
 pump 7001 long.wav long.out.wav --paced --retries 100 --samples f32 --json >long.json 2>long.err &
 client=$!
 started+=("$client")
@@ -117,6 +118,9 @@ wait "$client" || fail "the client gave up: $(<long.err)"
 retried=$(jq 'if .failed == 0 then .retried else 0 end' long.json)
 [ "$retried" -gt 0 ] || fail "the client lost blocks, or never met a crash: $(<long.json)"
 echo "started again after $crashes crashes; a client lost no block and sent $retried again"
+
+! inside systemctl start vrx-serve@7002 2>/dev/null || fail "wrong options are no failure"
+[ "$(property vrx-serve@7002 ActiveState)" = failed ] || fail "wrong options are tried again"
 
 inside systemctl stop vrx-serve || fail "not stopped"
 [ "$(property vrx-serve Result),$(property vrx-serve ExecMainStatus)" = success,0 ] || fail "it did not end by itself"
