@@ -98,6 +98,8 @@ nlohmann::json Outcome(const Check& check, Trial& trial) {
         return Report(CheckState::kFailed, mismatch.what);
     } catch (const Untried& untried) {
         return Report(CheckState::kSkipped, {"", untried.why, ""});
+    } catch (const Failure& failure) { // of the check itself
+        return Report(CheckState::kSkipped, {"", failure.message, ""});
     } catch (const std::exception& error) {
         return Report(CheckState::kFailed, {"no exception", std::string("an exception: ") + error.what(),
                                             "a host that does not catch it ends"});

@@ -58,6 +58,10 @@ Answer UsualAnswer(std::string_view request) {
     return Answer::Bytes(ReplyPacket(0, 0, 0, data));
 }
 
+Failure CannotListen() {
+    return {kRunFailed, std::string("cannot listen on 127.0.0.1: ") + std::strerror(errno)};
+}
+
 } // namespace
 
 std::string ReplyPacket(std::uint32_t status, std::uint32_t average, std::uint32_t pump,
@@ -77,6 +81,7 @@ std::string ReplyPacket(std::uint32_t status, std::uint32_t average, std::uint32
 }
 
 StubServer::StubServer() {
+    m_place = Bind();
     Listen();
     m_thread = std::thread([this] { Accept(); });
 }
@@ -89,24 +94,31 @@ StubServer::~StubServer() {
     m_changed.notify_all();
     m_thread.join();
     CloseListener();
+    ::close(m_place);
     for (Connection& connection : m_connections)
         if (connection.thread.joinable()) connection.thread.join();
 }
 
-void StubServer::Listen() {
-    const int listener = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+/// A socket at the server's port, or the first time at one that the system picks.
+int StubServer::Bind() {
+    const int bound = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
     const int yes = 1;
-    ::setsockopt(listener, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
+    ::setsockopt(bound, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
     sockaddr_in address{};
     address.sin_family = AF_INET;
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     address.sin_port = htons(static_cast<std::uint16_t>(m_port));
     socklen_t length = sizeof address;
-    if (listener < 0 || ::bind(listener, reinterpret_cast<const sockaddr*>(&address), sizeof address) < 0 ||
-        ::listen(listener, 512) < 0 ||
-        ::getsockname(listener, reinterpret_cast<sockaddr*>(&address), &length) < 0)
-        throw Failure{kRunFailed, std::string("cannot listen on 127.0.0.1: ") + std::strerror(errno)};
+    if (bound < 0 || ::bind(bound, reinterpret_cast<const sockaddr*>(&address), sizeof address) < 0 ||
+        ::getsockname(bound, reinterpret_cast<sockaddr*>(&address), &length) < 0)
+        throw CannotListen();
     m_port = ntohs(address.sin_port);
+    return bound;
+}
+
+void StubServer::Listen() {
+    const int listener = Bind();
+    if (::listen(listener, 512) < 0) throw CannotListen();
     m_listener = listener;
 }
 

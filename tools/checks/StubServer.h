@@ -120,6 +120,7 @@ private:
     void End(Connection& connection, Answer::End how);
     static void Tell(const Connection& connection, WireEvent::Kind kind, bool fromServer,
                      std::string_view bytes = {});
+    int Bind();
     void Listen();
     void CloseListener();
 
@@ -134,6 +135,7 @@ private:
     std::atomic<bool> m_stop{false};
     std::atomic<int> m_listener{-1};
     int m_port = 0;
+    int m_place = -1; // bound to the port and never listening: nobody else gets it while the server is gone
     std::thread m_thread;
 };
 

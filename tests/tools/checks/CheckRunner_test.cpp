@@ -1,5 +1,7 @@
 #include "tools/checks/CheckRunner.h"
 
+#include "tools/program/Errors.h"
+
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
@@ -72,6 +74,11 @@ TEST(RunChecks, SaysHowEachCheckEnded) {
          "an exception: not today"},
         {"throws something else", [](Trial&) { throw 42; }, CheckState::kFailed, "no exception",
          "an exception of an unknown type"},
+        {"lacks something itself",
+         [](Trial&) {
+             throw Failure{vrx::tool::kRunFailed, "cannot listen on 127.0.0.1"};
+         },
+         CheckState::kSkipped, "", "cannot listen on 127.0.0.1"},
         {"aborts",
          [](Trial& trial) {
              trial.Doing("in TalkerFactory");

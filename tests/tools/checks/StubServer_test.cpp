@@ -5,6 +5,7 @@
 #include <future>
 #include <gtest/gtest.h>
 #include <map>
+#include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -121,6 +122,29 @@ TEST(StubServer, DropsAllConnectionsAndListensAgain) {
     server.ListenAgain();
     EXPECT_EQ(Connect(server).Ask("a"), "ok");
     EXPECT_EQ(server.Connections(), 3);
+}
+
+/// Whether somebody else could listen at this port of 127.0.0.1.
+bool IsFree(int port) {
+    const int socket = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    address.sin_port = htons(static_cast<std::uint16_t>(port));
+    const int result = ::bind(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address);
+    ::close(socket);
+    return result == 0;
+}
+
+TEST(StubServer, KeepsItsPortWhileItDoesNotListen) {
+    int port = 0;
+    {
+        StubServer server;
+        port = server.Port();
+        server.Drop(Answer::kStopAll);
+        EXPECT_FALSE(IsFree(port));
+    }
+    EXPECT_TRUE(IsFree(port));
 }
 
 TEST(StubServer, TakesARequestEarlyLateOrNotAtAll) {
