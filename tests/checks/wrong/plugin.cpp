@@ -187,6 +187,12 @@ std::string sharedReply;
 std::mutex sharedMutex;
 thread_local bool configuredHere = false;
 
+/// Writes a byte that is there already, which no compiler leaves out.
+void WriteBack(const void* at) {
+    volatile char* byte = const_cast<char*>(static_cast<const char*>(at));
+    *byte = *byte;
+}
+
 /// Runs code of this library for so long, whoever unloads it in between.
 void RunOn(std::chrono::milliseconds time) {
     for (const auto end = std::chrono::steady_clock::now() + time; std::chrono::steady_clock::now() < end;)
@@ -227,7 +233,7 @@ public:
             if (Is("empty-args-print")) Line("CVRXTalker::Configure: no arguments");
             return false;
         }
-        if (Is("writes-args")) const_cast<char*>(args)[0] = *args;
+        if (Is("writes-args")) WriteBack(args);
         if (Is("thread-each-configure"))
             std::thread([] { std::this_thread::sleep_for(std::chrono::hours(1)); }).detach();
         if (Is("changes-folder")) (void)::chdir("/");
@@ -268,7 +274,7 @@ public:
         if (Is("sleeps")) std::this_thread::sleep_for(std::chrono::milliseconds(40));
         if (Is("needs-alignment"))
             in = reinterpret_cast<const void*>(reinterpret_cast<std::uintptr_t>(in) & ~std::uintptr_t{15});
-        if (Is("restores-in") && inCount > 0) *const_cast<char*>(static_cast<const char*>(in)) ^= 0;
+        if (Is("restores-in") && inCount > 0) WriteBack(in);
         if (Is("logs-to-stderr")) (void)std::fputs("block sent\n", stderr);
         const std::unique_lock lock =
             Is("one-for-all") ? std::unique_lock(sharedMutex) : std::unique_lock<std::mutex>();
