@@ -4,6 +4,7 @@
 
 #include "host/Packet.h"
 
+#include <algorithm>
 #include <array>
 #include <chrono>
 #include <csignal>
@@ -321,7 +322,7 @@ void TenSeconds(Trial& trial) {
     constexpr double kLeast = 9;
     constexpr double kMost = 12;
     constexpr double kTooLate = 14;
-    constexpr double kUneven = 2; // a busy machine is late, and not equally late for each
+    constexpr double kUneven = 2; // a busy machine is late, not equally late for each, and not each time
     static GuardedWords out(4);
     static PinSix pins = {91, 92, 93, 94, 95, 96};
     PluginBench bench(trial);
@@ -337,30 +338,41 @@ void TenSeconds(Trial& trial) {
          ConnectFailedLine(kTimedOut)},
     };
     std::vector<CheckedTalker> talkers;
-    for (std::size_t i = 0; i < servers.size(); ++i) {
+    for (std::size_t i = 0; i < servers.size(); ++i)
         talkers.push_back(kCalls[i].configured ? bench.Connected(servers[i]) : bench.Make());
-        servers[i].Then(Answer::Silence());
-    }
     trial.Doing("in PumpAudio, PinProps and Configure, with a server that does not answer");
     struct Ended {
         int result;
         double seconds;
     };
-    std::vector<std::future<Ended>> ends;
-    for (std::size_t i = 0; i < servers.size(); ++i)
-        ends.push_back(std::async(std::launch::async, [&, i] {
-            const auto began = Clock::now();
-            const int result = kCalls[i].run(talkers[i].Bare());
-            return Ended{result, std::chrono::duration<double>(Clock::now() - began).count()};
-        }));
-    const double here = TenSecondsHere();
-    const double most = kMost + kUneven * (here - 10);
-    std::vector<Ended> ended;
-    ended.reserve(ends.size());
-    for (auto& end : ends) ended.push_back(end.get());
-    if (here > kTooLate)
-        throw Untried{"this machine is so busy that ten seconds take " + Shown(static_cast<float>(here)) +
-                      " s"};
+    double most = 0;
+    const auto callAll = [&] {
+        std::vector<std::future<Ended>> ends;
+        for (std::size_t i = 0; i < servers.size(); ++i) {
+            servers[i].Then(Answer::Silence());
+            ends.push_back(std::async(std::launch::async, [&, i] {
+                const auto began = Clock::now();
+                const int result = kCalls[i].run(talkers[i].Bare());
+                return Ended{result, std::chrono::duration<double>(Clock::now() - began).count()};
+            }));
+        }
+        const double here = TenSecondsHere();
+        most = kMost + kUneven * (here - 10);
+        std::vector<Ended> ended;
+        ended.reserve(ends.size());
+        for (auto& end : ends) ended.push_back(end.get());
+        if (here > kTooLate)
+            throw Untried{"this machine is so busy that ten seconds take " + Shown(static_cast<float>(here)) +
+                          " s"};
+        return ended;
+    };
+    int rounds = 1;
+    std::vector<Ended> ended = callAll();
+    const auto late = [&most](const Ended& end) { return end.seconds >= most; };
+    if (std::ranges::any_of(ended, late)) {
+        ended = callAll();
+        ++rounds;
+    }
     const std::string printed = "\n" + bench.Printed() + "\n";
     for (std::size_t i = 0; i < servers.size(); ++i) {
         const Waiting& call = kCalls[i];
@@ -380,7 +392,7 @@ void TenSeconds(Trial& trial) {
     Words words(2);
     ExpectSame("after that the next PumpAudio returns", 0, talkers[0].Pump(words.data(), words.data(), 2, 2),
                "the next call reconnects by itself");
-    ExpectSame("connections:", 2, servers[0].Connections(), "the next call reconnects by itself");
+    ExpectSame("connections:", rounds + 1, servers[0].Connections(), "the next call reconnects by itself");
 }
 
 /// Text has no limit: a server may work for long.
@@ -533,7 +545,7 @@ constexpr Check kPluginFailureChecks[] = {
      "A Configure that fails leaves a connected talker without a connection, until one succeeds.", "connects",
      20, ReconfigureFails},
     {"ten-seconds", CheckTarget::kPlugin, 5,
-     "PumpAudio, PinProps and Configure give up after ten seconds and close the connection.", "connects", 40,
+     "PumpAudio, PinProps and Configure give up after ten seconds and close the connection.", "connects", 60,
      TenSeconds},
     {"slow-answers", CheckTarget::kPlugin, 5, "An answer after seven and a half seconds still counts.",
      "connects", 30, SlowAnswers},
