@@ -116,7 +116,7 @@ target_compile_definitions(server_tests PRIVATE
   VRX_PLUGIN="${PROJECT_BINARY_DIR}/VRX_talker_norvo.so"
   VRX_PROGRAM="$<TARGET_FILE:vrx>")
 target_include_directories(server_tests PRIVATE ${PROJECT_SOURCE_DIR})
-target_link_libraries(server_tests PRIVATE vrx_server vrx_build_options GTest::gtest_main)
+target_link_libraries(server_tests PRIVATE vrx_server vrx_asio vrx_build_options GTest::gtest_main)
 add_dependencies(server_tests vrx)
 # LV2: a plug-in of our own that looks at its host, and others' plug-ins beside another host.
 if(LILV_FOUND)
