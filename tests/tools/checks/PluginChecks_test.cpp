@@ -12,8 +12,9 @@ namespace {
 /// What one check says about the other talker with this switch; "" is the right one.
 nlohmann::json Check(const std::string& wrong, const std::string& check) {
     ::setenv("VRX_WRONG", wrong.c_str(), 1);
-    const auto end =
-        Vrx({"check", "plugin", VRX_OTHER_PLUGIN, "--only", "^" + check + "$", "--level", "10", "--json"});
+    const auto end = RunProgram({VRX_PROGRAM, "check", "plugin", VRX_OTHER_PLUGIN, "--only",
+                                 "^" + check + "$", "--level", "10", "--json"},
+                                std::chrono::seconds(120));
     ::unsetenv("VRX_WRONG");
     EXPECT_TRUE(IsOneLine(end.out)) << end.out << end.err;
     const auto report = nlohmann::json::parse(end.out, nullptr, false);
